@@ -1,0 +1,14 @@
+# Flags of every target of the project.
+add_library(kxdata7_options INTERFACE)
+target_compile_options(kxdata7_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
+                                                 -Wnon-virtual-dtor -Woverloaded-virtual -Werror)
+if(KXDATA7_SANITIZE)
+  target_compile_options(kxdata7_options INTERFACE -fsanitize=${KXDATA7_SANITIZE} -fno-omit-frame-pointer
+                                                   -fno-sanitize-recover=all)
+  target_link_options(kxdata7_options INTERFACE -fsanitize=${KXDATA7_SANITIZE})
+endif()
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()

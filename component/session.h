@@ -1,0 +1,93 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "component/host.h"
+#include "database/connection.h"
+#include "database/date_time.h"
+#include "database/recordset.h"
+
+namespace kx {
+
+// The SQL dialect that the connected database is addressed in; any number is kept, these three are known.
+enum class DatabaseType : std::int32_t { kOracle = 0, kAccess = 1, kSqlServer = 2 };
+
+// One client's connection and the little that the component keeps in memory. All other state lives in the
+// plant database. Every routine takes the session first. One caller at a time.
+class Session {
+ public:
+  explicit Session(Host& host = ProcessHost()) : connection(host.open_engine), host_(host) {}
+
+  DatabaseType database_type = DatabaseType::kOracle;
+  bool trace_file_open = false;  // stays false while tracing is disabled
+  Connection connection;
+
+  // The shifts that one machine may work, kept while one log item is processed; empty means every shift.
+  std::vector<std::int32_t> machine_shift_ids;
+  std::int32_t shift_cache_machine_id = -1;
+
+  Host& host() { return host_; }
+
+ private:
+  Host& host_;
+};
+
+// Opens the connection under a new dialect, which stays in force when the connection fails. False: `error` is
+// the database's description; on success `error` is left alone.
+bool ConnectToDatabase(Session& session, std::string_view connection_string, std::int32_t database_type,
+                       std::string& error);
+
+// Whether the connection is open and the database answers a probe statement.
+bool IsConnected(Session& session);
+
+// Runs a statement. False when it fails: for the callers that judge the result themselves.
+bool TryExecuteSql(Session& session, std::string_view sql);
+
+// Runs a statement; a failure is a DatabaseError.
+void ExecuteSql(Session& session, std::string_view sql);
+
+// Runs a statement in a transaction of its own. False: not done and nothing changed; `error` holds message 102
+// when no transaction could be begun and is empty otherwise.
+bool ExecuteSqlInTransaction(Session& session, std::string_view sql, std::string& error);
+
+// Begin, commit and roll back, each tried up to twelve times about a second apart, but for an operation on a
+// transaction that the database has already ended, which fails at once.
+bool BeginTransaction(Session& session);
+bool CommitTransaction(Session& session);
+bool RollbackTransaction(Session& session);
+
+// Rolls back when it goes out of scope unless told that the transaction was committed.
+class TransactionScope {
+ public:
+  explicit TransactionScope(Session& session) : session_(session) {}
+  TransactionScope(const TransactionScope&) = delete;
+  TransactionScope& operator=(const TransactionScope&) = delete;
+  ~TransactionScope();
+
+  bool Begin();   // false: none could be begun
+  bool Commit();  // false: it could not be committed and was rolled back
+  void Rollback();
+
+ private:
+  Session& session_;
+  bool open_ = false;
+};
+
+// Field 0 of the first row as text, empty when there is no row or the field is NULL.
+std::string GetScalarText(Session& session, std::string_view sql);
+
+// The database server's date and time. The clock of the client is never used for stored times.
+DateTime GetServerTime(Session& session);
+
+// Inserts one row by an identity batch and returns its key. SQL Server's dialect only.
+std::int32_t InsertAndGetIdentity(Session& session, std::string_view table, std::string_view columns,
+                                  std::string_view values);
+
+// Waits until the clock has moved on by `milliseconds`, counted in whole seconds of the clock, and runs the
+// yield hook meanwhile. A clock that is set back ends the wait.
+void PauseMilliseconds(Session& session, std::int16_t milliseconds);
+
+}  // namespace kx

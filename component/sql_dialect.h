@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "component/session.h"
+
+namespace kx {
+
+// The fragments in which the three dialects differ, each with the blanks it needs on either side. For an
+// unknown dialect every fragment is empty.
+
+// The no-lock hint that follows a table name in reads: " with (NOLOCK)" for SQL Server, an empty text for
+// Oracle and Access, nothing at all for an unknown dialect. A fragment after it brings its own blank.
+std::optional<std::string_view> GetNoLock(const Session& session);
+
+// The same for splicing into a statement.
+std::string_view NoLockHint(const Session& session);
+
+std::string SqlIif(const Session& session, std::string_view condition, std::string_view if_true,
+                   std::string_view if_false);
+
+std::string SqlDateLiteral(const Session& session, DateTime time);
+
+// A date expression moved by whole days.
+std::string SqlDateAdd(const Session& session, std::string_view expression, std::int16_t days);
+
+// The value of a time in an identity batch, quotes included.
+std::string BatchTimeValue(DateTime time);
+
+// Raises "Type mismatch" for an unknown dialect: for routines that open no statement then.
+void RequireKnownDialect(const Session& session);
+
+}  // namespace kx

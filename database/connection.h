@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "database/engine.h"
+#include "database/statement_translator.h"
+
+namespace kx {
+
+// One connection to a plant database: closed, opened, closed again. Statements come in one of the three
+// dialects and reach the engine in its own SQL. Raises DatabaseError; on a closed connection every operation
+// but Close says so.
+class Connection {
+ public:
+  explicit Connection(EngineOpener opener = OpenEngine) : opener_(std::move(opener)) {}
+
+  void Open(std::string_view connection_string);
+  void Close() noexcept;  // rolls an open transaction back
+  // Open, and the link not known to be lost.
+  bool IsOpen() const { return engine_ != nullptr && engine_->IsAlive(); }
+
+  // Runs one statement of a dialect, translated when the engine does not speak it.
+  Rows Execute(std::string_view sql);
+
+  // Runs one statement in the engine's own SQL; every `?` takes the next parameter.
+  Rows ExecuteDirect(std::string_view sql, std::span<const Value> parameters = {});
+  // Runs an INSERT of one row likewise and returns the row's new key.
+  std::int64_t InsertDirect(std::string_view sql, std::span<const Value> parameters, std::string_view table,
+                            std::string_view key_column);
+
+  // A transaction that the engine ended by itself stays "in transaction" here, and every statement and the
+  // commit fail at once, until it is rolled back. A roll back with nothing open succeeds, a commit does not.
+  void Begin();
+  void Commit();
+  void Rollback();
+  bool in_transaction() const { return in_transaction_; }
+
+  SqlTarget target() const { return engine().target(); }
+
+ private:
+  Engine& engine() const;
+  // The engine, ready for a statement.
+  Engine& ReadyEngine() const;
+
+  EngineOpener opener_;
+  std::unique_ptr<Engine> engine_;
+  StatementTranslator translator_;
+  bool in_transaction_ = false;
+};
+
+}  // namespace kx

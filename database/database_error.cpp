@@ -1,0 +1,41 @@
+#include "database/database_error.h"
+
+#include <utility>
+
+namespace kx {
+
+// An error text that is empty would read as success.
+DatabaseError::DatabaseError(std::string description, ErrorCategory category, std::int64_t native_code,
+                             std::string sqlstate)
+    : description_(description.empty() ? "Unspecified error" : std::move(description)),
+      category_(category),
+      native_code_(native_code),
+      sqlstate_(std::move(sqlstate)) {}
+
+DatabaseError NoCurrentRowError() {
+  return DatabaseError("Either BOF or EOF is true, or the current record has been deleted.");
+}
+
+DatabaseError InvalidUseOfNullError() { return DatabaseError("Invalid use of Null"); }
+
+DatabaseError OverflowError() { return DatabaseError("Overflow"); }
+
+DatabaseError TypeMismatchError() { return DatabaseError("Type mismatch"); }
+
+DatabaseError ClosedError() { return DatabaseError("Operation is not allowed when the object is closed."); }
+
+DatabaseError RowGoneError() {
+  return DatabaseError(
+      "Row cannot be located for updating. Some values may have been changed since it was last read.");
+}
+
+DatabaseError UnknownProviderError() {
+  return DatabaseError("Provider cannot be found. It may not be properly installed.");
+}
+
+DatabaseError TransactionEndedError() {
+  return DatabaseError("The transaction was ended by the database and must be rolled back.",
+                       ErrorCategory::kTransactionEnded);
+}
+
+}  // namespace kx

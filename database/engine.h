@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "database/connection_string.h"
+#include "database/value.h"
+
+namespace kx {
+
+// What a statement returned, fetched whole: the system's statements return a handful of rows.
+struct Rows {
+  std::vector<std::string> columns;
+  std::vector<Value> values;  // row after row, columns.size() values each
+  std::int64_t affected = 0;  // rows changed by a writing statement
+
+  std::size_t count() const { return columns.empty() ? 0 : values.size() / columns.size(); }
+  const Value& at(std::size_t row, std::size_t column) const { return values[row * columns.size() + column]; }
+};
+
+// The SQL that an engine understands.
+enum class SqlTarget {
+  kNative,    // the dialect that the component writes, untouched
+  kSqlite,
+  kPostgres,
+};
+
+// One open link to a database: the seam between the component and the engines, and the place where tests
+// inject faults and count statements. Every operation reports failure by DatabaseError. Closed by its
+// destructor. Used by one thread at a time.
+class Engine {
+ public:
+  virtual ~Engine() = default;
+
+  virtual SqlTarget target() const = 0;
+
+  // Runs one statement in the engine's own SQL; every `?` takes the next parameter.
+  virtual Rows Execute(std::string_view sql, std::span<const Value> parameters) = 0;
+
+  // Runs `sql`, an INSERT of one row into `table`, and returns the key that the database gave the row;
+  // `key_column` is the key's name.
+  virtual std::int64_t Insert(std::string_view sql, std::span<const Value> parameters, std::string_view table,
+                              std::string_view key_column) = 0;
+
+  virtual void Begin() = 0;
+  virtual void Commit() = 0;
+  virtual void Rollback() = 0;
+
+  // Whether a transaction is open in the database; false, too, when the engine ended it by itself.
+  virtual bool InTransaction() const = 0;
+
+  // False once the link is known to be lost. Asks nothing of the server.
+  virtual bool IsAlive() const = 0;
+};
+
+using EngineOpener = std::function<std::unique_ptr<Engine>(const ConnectionString&)>;
+
+// Opens the engine that the connection string names: SQLite for `Provider=SQLite`, ODBC for everything else.
+std::unique_ptr<Engine> OpenEngine(const ConnectionString& connection_string);
+
+}  // namespace kx

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "database/connection.h"
+
+namespace kx {
+
+// The rows of a query with a current row, and changes to rows of the one table it reads. The rows are a copy
+// made when the recordset opens. Rows are found by their key: table T_SFC_X has the key X_ID. Field names are
+// looked up without case. Closes itself and forgets a pending edit when it goes out of scope.
+class Recordset {
+ public:
+  enum class EditMode { kNone, kInProgress, kAdd };
+
+  Recordset() = default;
+  Recordset(Connection& connection, std::string_view sql) { Open(connection, sql); }
+
+  void Open(Connection& connection, std::string_view sql);  // on the first row, closing what was open
+  void Close();
+  bool IsOpen() const { return connection_ != nullptr; }
+
+  std::size_t RecordCount() const { return rows_.count(); }
+  bool IsBof() const { return rows_.count() == 0; }
+  bool IsEof() const { return row_ >= rows_.count(); }
+  EditMode edit_mode() const { return edit_mode_; }
+
+  void MoveFirst();
+  void MoveNext();
+  // Goes to the next row, from the current one on, whose field equals `value`; past the end when there is none.
+  bool Find(std::string_view name, std::int32_t value);
+
+  // The field of the current row, a pending change included.
+  const Value& Fields(std::string_view name) const;
+
+  void AddNew();                                // begins a new row
+  void Set(std::string_view name, Value value);  // begins an edit of the current row when none is pending
+  void Update();        // writes what is pending; a new row becomes the current one, with its key in its field
+  void CancelUpdate();  // forgets what is pending
+  void Delete();        // deletes the current row from its table
+
+ private:
+  std::size_t ColumnIndex(std::string_view name) const;
+  const std::vector<std::pair<std::size_t, Value>>& pending() const { return pending_; }
+  Connection& connection() const;
+  void RequireRow() const;
+  std::string_view Table() const;
+  std::size_t KeyColumn() const;
+  void InsertPending();
+  void UpdatePending();
+
+  Connection* connection_ = nullptr;
+  std::string sql_;
+  Rows rows_;
+  std::size_t row_ = 0;
+  EditMode edit_mode_ = EditMode::kNone;
+  std::vector<std::pair<std::size_t, Value>> pending_;  // column and its new value
+};
+
+}  // namespace kx

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "database/engine.h"
+
+namespace kx {
+
+// A statement in an engine's own SQL with the values of its `?` marks.
+struct Statement {
+  std::string text;
+  std::vector<Value> parameters;
+};
+
+// Turns what the component writes in any of its three dialects into the SQL of an engine that speaks none of
+// them. It works on tokens and knows only the constructs that the dialect layer writes; everything else passes
+// unchanged, and nothing inside quotes is touched, with one exception: the date-time values of an insert batch,
+// known by their column, become ISO texts. For SQLite every literal becomes a parameter, so that texts of one
+// shape are one prepared statement.
+class StatementTranslator {
+ public:
+  // The returned statement stays valid until the next call.
+  const Statement& Translate(std::string_view sql, SqlTarget target);
+
+ private:
+  Statement statement_;
+};
+
+}  // namespace kx
