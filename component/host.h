@@ -12,8 +12,8 @@ using YieldHook = void (*)();
 // What the component takes from the process it lives in. Tests replace members to run without waiting and to
 // put a failing engine under the component; nothing changes it while an object is in use but the yield hook.
 struct Host {
-  std::function<std::chrono::sys_seconds()> now;          // the clock that pauses are counted on
-  std::function<void(std::chrono::milliseconds)> sleep;   // gives up the processor
+  std::function<std::chrono::sys_seconds()> now;         // the clock that pauses are counted on
+  std::function<void(std::chrono::milliseconds)> sleep;  // gives up the processor
   EngineOpener open_engine;
 };
 

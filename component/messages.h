@@ -38,7 +38,8 @@ constexpr std::int32_t kCustomBoth = 125;
 
 // The text of message `id` with the markers %1 to %7 replaced, in that order: each non-empty substitution
 // takes the place of the first occurrence of its marker. "###STRING RESOURCE ERROR###" for an unknown id.
-std::string FormatResourceMessage(std::int32_t id, std::initializer_list<std::string_view> substitutions = {});
+std::string FormatResourceMessage(std::int32_t id,
+                                  std::initializer_list<std::string_view> substitutions = {});
 
 // The substitution alone, for any text.
 std::string Substitute(std::string text, std::initializer_list<std::string_view> substitutions);

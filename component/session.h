@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -43,48 +44,25 @@ bool ConnectToDatabase(Session& session, std::string_view connection_string, std
 // Whether the connection is open and the database answers a probe statement.
 bool IsConnected(Session& session);
 
-// Runs a statement. False when it fails: for the callers that judge the result themselves.
-bool TryExecuteSql(Session& session, std::string_view sql);
-
 // Runs a statement; a failure is a DatabaseError.
 void ExecuteSql(Session& session, std::string_view sql);
 
-// Runs a statement in a transaction of its own. False: not done and nothing changed; `error` holds message 102
-// when no transaction could be begun and is empty otherwise.
+// Runs a statement. False when it fails: for the callers that judge the result themselves.
+bool TryExecuteSql(Session& session, std::string_view sql);
+
+// Runs a statement in a transaction of its own. False: not done and nothing changed; `error` holds message
+// 102 when no transaction could be begun and is empty otherwise.
 bool ExecuteSqlInTransaction(Session& session, std::string_view sql, std::string& error);
 
-// Begin, commit and roll back, each tried up to twelve times about a second apart, but for an operation on a
-// transaction that the database has already ended, which fails at once.
-bool BeginTransaction(Session& session);
-bool CommitTransaction(Session& session);
-bool RollbackTransaction(Session& session);
-
-// Rolls back when it goes out of scope unless told that the transaction was committed.
-class TransactionScope {
- public:
-  explicit TransactionScope(Session& session) : session_(session) {}
-  TransactionScope(const TransactionScope&) = delete;
-  TransactionScope& operator=(const TransactionScope&) = delete;
-  ~TransactionScope();
-
-  bool Begin();   // false: none could be begun
-  bool Commit();  // false: it could not be committed and was rolled back
-  void Rollback();
-
- private:
-  Session& session_;
-  bool open_ = false;
-};
+// A recordset on the rows of `sql`, on its first row.
+Recordset OpenRecordset(Session& session, std::string_view sql);
 
 // Field 0 of the first row as text, empty when there is no row or the field is NULL.
 std::string GetScalarText(Session& session, std::string_view sql);
 
-// The database server's date and time. The clock of the client is never used for stored times.
+// The database server's date and time; "Type mismatch" under an unknown dialect. Stored times come from here,
+// never from the client's clock.
 DateTime GetServerTime(Session& session);
-
-// Inserts one row by an identity batch and returns its key. SQL Server's dialect only.
-std::int32_t InsertAndGetIdentity(Session& session, std::string_view table, std::string_view columns,
-                                  std::string_view values);
 
 // Waits until the clock has moved on by `milliseconds`, counted in whole seconds of the clock, and runs the
 // yield hook meanwhile. A clock that is set back ends the wait.

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -27,10 +28,32 @@ std::string SqlDateLiteral(const Session& session, DateTime time);
 // A date expression moved by whole days.
 std::string SqlDateAdd(const Session& session, std::string_view expression, std::int16_t days);
 
-// The value of a time in an identity batch, quotes included.
-std::string BatchTimeValue(DateTime time);
+// The statement that reads the server's clock, and the fields that hold the date and the time of day.
+struct ClockQuery {
+  std::string_view sql;
+  std::string_view date_field;
+  std::string_view time_field;
+};
+const ClockQuery& ServerClock(const Session& session);
 
-// Raises "Type mismatch" for an unknown dialect: for routines that open no statement then.
+// How outer joins are written: "A LEFT JOIN B on condition" or "A, B where condition (+)".
+bool UsesOuterJoinMarks(const Session& session);
+
+// Raises "Type mismatch" for an unknown dialect: for the routines that open no statement then.
 void RequireKnownDialect(const Session& session);
+
+// A column of a new row and its value.
+struct ColumnValue {
+  std::string_view column;
+  Value value;
+};
+
+// Inserts a row with these columns and returns its key: by a recordset for Oracle and Access, by an identity
+// batch, in which NULL columns are left out, for SQL Server.
+std::int32_t InsertRow(Session& session, std::string_view table, std::span<const ColumnValue> columns);
+
+// Inserts one row by an identity batch and returns its key. SQL Server only.
+std::int32_t InsertAndGetIdentity(Session& session, std::string_view table, std::string_view columns,
+                                  std::string_view values);
 
 }  // namespace kx

@@ -37,6 +37,7 @@ class Connection {
   void Commit();
   void Rollback();
   bool in_transaction() const { return in_transaction_; }
+  bool transaction_ended() const { return in_transaction_ && !engine().InTransaction(); }
 
   SqlTarget target() const { return engine().target(); }
 

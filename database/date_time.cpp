@@ -39,7 +39,8 @@ std::optional<DateTime> DateTime::Parse(std::string_view text) {
   if (!month || !Take(text, '-')) return std::nullopt;
   const auto day = TakeNumber(text, 2);
   if (!day) return std::nullopt;
-  const std::chrono::year_month_day date(std::chrono::year(*year), std::chrono::month(static_cast<unsigned>(*month)),
+  const std::chrono::year_month_day date(std::chrono::year(*year),
+                                         std::chrono::month(static_cast<unsigned>(*month)),
                                          std::chrono::day(static_cast<unsigned>(*day)));
   if (!date.ok()) return std::nullopt;
   DateTime result{std::chrono::local_seconds(std::chrono::local_days(date))};

@@ -16,8 +16,9 @@ class DateTime {
   constexpr DateTime() = default;
   constexpr explicit DateTime(std::chrono::local_seconds time) : time_(time) {}
   constexpr DateTime(int year, unsigned month, unsigned day, int hour = 0, int minute = 0, int second = 0)
-      : time_(std::chrono::local_days(std::chrono::year(year) / month / day) + std::chrono::hours(hour) +
-              std::chrono::minutes(minute) + std::chrono::seconds(second)) {}
+      : time_(std::chrono::local_days(std::chrono::year(year) / std::chrono::month(month) /
+                                      std::chrono::day(day)) +
+              std::chrono::hours(hour) + std::chrono::minutes(minute) + std::chrono::seconds(second)) {}
 
   // Reads "YYYY-MM-DD", optionally followed by a blank or "T" and "HH:MM" or "HH:MM:SS"; a fraction of a
   // second is dropped. Nothing when the text has another form or names no real date or time.
@@ -51,7 +52,9 @@ class DateTime {
 };
 
 // Whole seconds from `from` to `to`; negative when `to` is earlier.
-constexpr std::int64_t SecondsBetween(DateTime from, DateTime to) { return (to.time() - from.time()).count(); }
+constexpr std::int64_t SecondsBetween(DateTime from, DateTime to) {
+  return (to.time() - from.time()).count();
+}
 
 // Calendar days from the day of `from` to the day of `to`.
 constexpr std::int64_t DaysBetween(DateTime from, DateTime to) { return (to.day() - from.day()).count(); }

@@ -25,7 +25,7 @@ struct Rows {
 
 // The SQL that an engine understands.
 enum class SqlTarget {
-  kNative,    // the dialect that the component writes, untouched
+  kNative,  // the dialect that the component writes, untouched
   kSqlite,
   kPostgres,
 };

@@ -1,10 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "database/connection.h"
@@ -32,34 +30,39 @@ class Recordset {
 
   void MoveFirst();
   void MoveNext();
-  // Goes to the next row, from the current one on, whose field equals `value`; past the end when there is none.
+  // Goes to the next row, from the current one on, whose field equals `value`; past the end when there is
+  // none.
   bool Find(std::string_view name, std::int32_t value);
 
   // The field of the current row, a pending change included.
   const Value& Fields(std::string_view name) const;
 
-  void AddNew();                                // begins a new row
+  void AddNew();                                 // begins a new row
   void Set(std::string_view name, Value value);  // begins an edit of the current row when none is pending
-  void Update();        // writes what is pending; a new row becomes the current one, with its key in its field
+  void Update();  // writes what is pending; a new row becomes the current one, with its key in its field
   void CancelUpdate();  // forgets what is pending
-  void Delete();        // deletes the current row from its table
+  void Delete();        // deletes the current row from its table; the next row becomes the current one
 
  private:
-  std::size_t ColumnIndex(std::string_view name) const;
-  const std::vector<std::pair<std::size_t, Value>>& pending() const { return pending_; }
-  Connection& connection() const;
+  struct Change {
+    std::size_t column;
+    Value value;
+  };
+
+  Connection& connection() const;  // raises when closed
   void RequireRow() const;
-  std::string_view Table() const;
-  std::size_t KeyColumn() const;
+  std::size_t ColumnIndex(std::string_view name) const;
+  std::string Table() const;
   void InsertPending();
   void UpdatePending();
+  void StorePending();
 
   Connection* connection_ = nullptr;
   std::string sql_;
   Rows rows_;
   std::size_t row_ = 0;
   EditMode edit_mode_ = EditMode::kNone;
-  std::vector<std::pair<std::size_t, Value>> pending_;  // column and its new value
+  std::vector<Change> pending_;
 };
 
 }  // namespace kx

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "database/engine.h"
+#include "database/sql_tokens.h"
 
 namespace kx {
 
@@ -15,16 +16,17 @@ struct Statement {
 };
 
 // Turns what the component writes in any of its three dialects into the SQL of an engine that speaks none of
-// them. It works on tokens and knows only the constructs that the dialect layer writes; everything else passes
-// unchanged, and nothing inside quotes is touched, with one exception: the date-time values of an insert batch,
-// known by their column, become ISO texts. For SQLite every literal becomes a parameter, so that texts of one
-// shape are one prepared statement.
+// them. It works on tokens and knows only the constructs that the dialect layer writes; everything else
+// passes unchanged but for its blanks, and nothing inside quotes is touched, with one exception: the
+// date-time values of an identity batch, known by their column, become ISO texts. For SQLite every literal
+// becomes a parameter, so that all texts of one shape are one prepared statement.
 class StatementTranslator {
  public:
   // The returned statement stays valid until the next call.
   const Statement& Translate(std::string_view sql, SqlTarget target);
 
  private:
+  std::vector<SqlToken> tokens_;
   Statement statement_;
 };
 

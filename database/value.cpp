@@ -1,7 +1,7 @@
 #include "database/value.h"
 
-#include <charconv>
 #include <array>
+#include <charconv>
 #include <limits>
 
 #include "database/database_error.h"
@@ -19,7 +19,8 @@ Overloaded(Visitors...) -> Overloaded<Visitors...>;
 
 template <class Int>
 Int Narrow(std::int64_t number) {
-  if (number < std::numeric_limits<Int>::min() || number > std::numeric_limits<Int>::max()) throw OverflowError();
+  if (number < std::numeric_limits<Int>::min() || number > std::numeric_limits<Int>::max())
+    throw OverflowError();
   return static_cast<Int>(number);
 }
 

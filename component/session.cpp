@@ -1,0 +1,74 @@
+#include "component/session.h"
+
+#include "component/messages.h"
+#include "component/sql_dialect.h"
+#include "component/transaction.h"
+#include "database/database_error.h"
+
+namespace kx {
+
+bool ConnectToDatabase(Session& session, std::string_view connection_string, std::int32_t database_type,
+                       std::string& error) {
+  session.database_type = static_cast<DatabaseType>(database_type);
+  try {
+    session.connection.Open(connection_string);
+    return true;
+  } catch (const DatabaseError& failure) {
+    error = failure.description();
+    return false;
+  }
+}
+
+bool IsConnected(Session& session) {
+  return session.connection.IsOpen() && TryExecuteSql(session, "select * from T_KXES_PTYPE");
+}
+
+void ExecuteSql(Session& session, std::string_view sql) { session.connection.Execute(sql); }
+
+bool TryExecuteSql(Session& session, std::string_view sql) {
+  try {
+    ExecuteSql(session, sql);
+    return true;
+  } catch (const DatabaseError&) {
+    return false;
+  }
+}
+
+bool ExecuteSqlInTransaction(Session& session, std::string_view sql, std::string& error) {
+  error.clear();
+  TransactionScope transaction(session);
+  if (!transaction.Begin()) {
+    error = FormatResourceMessage(message::kAppendNoTransaction);
+    return false;
+  }
+  return TryExecuteSql(session, sql) && transaction.Commit();
+}
+
+Recordset OpenRecordset(Session& session, std::string_view sql) { return {session.connection, sql}; }
+
+std::string GetScalarText(Session& session, std::string_view sql) {
+  const Rows rows = session.connection.Execute(sql);
+  return rows.count() == 0 ? std::string() : rows.at(0, 0).ToTextOr("");
+}
+
+DateTime GetServerTime(Session& session) {
+  RequireKnownDialect(session);
+  const ClockQuery& clock = ServerClock(session);
+  const Recordset now = OpenRecordset(session, clock.sql);
+  return CombineDateAndTime(now.Fields(clock.date_field).ToDateTime(),
+                            now.Fields(clock.time_field).ToDateTime());
+}
+
+void PauseMilliseconds(Session& session, std::int16_t milliseconds) {
+  constexpr std::chrono::milliseconds kLongestSleep{10};
+  Host& host = session.host();
+  const auto start = host.now();
+  for (;;) {
+    const std::chrono::seconds passed = host.now() - start;
+    if (passed < std::chrono::seconds::zero() || passed >= std::chrono::milliseconds(milliseconds)) return;
+    RunYieldHook();
+    host.sleep(kLongestSleep);
+  }
+}
+
+}  // namespace kx

@@ -1,0 +1,61 @@
+#include "database/connection.h"
+
+#include "database/database_error.h"
+
+namespace kx {
+
+void Connection::Open(std::string_view connection_string) {
+  Close();
+  engine_ = opener_(ConnectionString::Parse(connection_string));
+}
+
+void Connection::Close() noexcept {
+  engine_.reset();
+  in_transaction_ = false;
+}
+
+Engine& Connection::engine() const {
+  if (engine_ == nullptr) throw ClosedError();
+  return *engine_;
+}
+
+Engine& Connection::ReadyEngine() const {
+  Engine& ready = engine();
+  if (transaction_ended()) throw TransactionEndedError();
+  return ready;
+}
+
+Rows Connection::Execute(std::string_view sql) {
+  Engine& ready = ReadyEngine();
+  if (ready.target() == SqlTarget::kNative) return ready.Execute(sql, {});
+  const Statement& statement = translator_.Translate(sql, ready.target());
+  return ready.Execute(statement.text, statement.parameters);
+}
+
+Rows Connection::ExecuteDirect(std::string_view sql, std::span<const Value> parameters) {
+  return ReadyEngine().Execute(sql, parameters);
+}
+
+std::int64_t Connection::InsertDirect(std::string_view sql, std::span<const Value> parameters,
+                                      std::string_view table, std::string_view key_column) {
+  return ReadyEngine().Insert(sql, parameters, table, key_column);
+}
+
+void Connection::Begin() {
+  if (in_transaction_) throw DatabaseError("A transaction is already open on this connection.");
+  engine().Begin();
+  in_transaction_ = true;
+}
+
+void Connection::Commit() {
+  if (!in_transaction_) throw DatabaseError("No transaction is open.", ErrorCategory::kTransactionEnded);
+  ReadyEngine().Commit();
+  in_transaction_ = false;
+}
+
+void Connection::Rollback() {
+  if (in_transaction_ && !transaction_ended()) engine().Rollback();
+  in_transaction_ = false;
+}
+
+}  // namespace kx

@@ -1,0 +1,293 @@
+#include "database/sqlite_engine.h"
+
+#include <sqlite3.h>
+
+#include <array>
+#include <chrono>
+#include <new>
+#include <optional>
+#include <thread>
+#include <unordered_map>
+
+#include "database/ascii.h"
+#include "database/database_error.h"
+#include "database/numeric_text.h"
+
+namespace kx {
+namespace {
+
+using std::chrono::milliseconds;
+
+// A writing statement outside a transaction waits for another writer as long as twelve attempts to begin a
+// transaction would.
+constexpr milliseconds kWaitOutsideTransaction{12'000};
+
+struct Options {
+  std::string file;
+  int open_flags = SQLITE_OPEN_READWRITE;
+  milliseconds busy_timeout{200};
+  const char* synchronous = "PRAGMA synchronous = FULL";
+};
+
+[[noreturn]] void ThrowBadValue(const ConnectionString::Entry& entry) {
+  throw DatabaseError("The connection string has no valid value for \"" + entry.keyword + "\".");
+}
+
+milliseconds ParseTimeout(const ConnectionString::Entry& entry) {
+  const auto number = ParseNumericText(entry.value);
+  if (!number || *number < 0 || *number > 3'600'000) ThrowBadValue(entry);
+  return milliseconds(static_cast<int>(*number));
+}
+
+Options ParseOptions(const ConnectionString& connection_string) {
+  Options options;
+  for (const auto& entry : connection_string.entries()) {
+    if (entry.keyword == "provider") {
+      continue;
+    } else if (entry.keyword == "data source") {
+      options.file = entry.value;
+    } else if (entry.keyword == "mode") {
+      if (EqualsIgnoringCase(entry.value, "ReadWriteCreate")) {
+        options.open_flags |= SQLITE_OPEN_CREATE;
+      } else if (!EqualsIgnoringCase(entry.value, "ReadWrite")) {
+        ThrowBadValue(entry);
+      }
+    } else if (entry.keyword == "busy timeout") {
+      options.busy_timeout = ParseTimeout(entry);
+    } else if (entry.keyword == "synchronous") {
+      if (EqualsIgnoringCase(entry.value, "Normal")) {
+        options.synchronous = "PRAGMA synchronous = NORMAL";
+      } else if (!EqualsIgnoringCase(entry.value, "Full")) {
+        ThrowBadValue(entry);
+      }
+    } else {
+      throw DatabaseError("The connection string has a keyword that SQLite does not know: \"" +
+                          entry.keyword + "\".");
+    }
+  }
+  if (options.file.empty()) throw DatabaseError("The connection string names no \"Data Source\".");
+  return options;
+}
+
+// How the text of a column becomes a value.
+enum class TextKind {
+  kText,      // declared as a text
+  kDateTime,  // declared as a date-time
+  kByShape,   // an expression: a date-time when it looks like one
+};
+
+struct StatementCloser {
+  void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+
+// A prepared statement and what is known of its columns.
+struct Prepared {
+  std::unique_ptr<sqlite3_stmt, StatementCloser> handle;
+  std::vector<std::string> columns;
+  std::vector<TextKind> kinds;
+  int reprepared = -1;  // SQLite's count of preparations anew, after which the columns are asked again
+};
+
+TextKind KindOf(const char* declared_type) {
+  if (declared_type == nullptr) return TextKind::kByShape;
+  return EqualsIgnoringCase(declared_type, "DATETIME") ? TextKind::kDateTime : TextKind::kText;
+}
+
+class SqliteEngine final : public Engine {
+ public:
+  explicit SqliteEngine(const Options& options) : options_(options) {
+    sqlite3* handle = nullptr;
+    const int result =
+        sqlite3_open_v2(options.file.c_str(), &handle,
+                        options.open_flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
+    handle_.reset(handle);
+    if (result != SQLITE_OK) Throw(result, {}, "cannot open \"" + options.file + "\": ");
+    sqlite3_busy_handler(handle, &SqliteEngine::OnBusy, this);
+    try {
+      Execute("PRAGMA journal_mode = WAL", {});
+      Execute(options.synchronous, {});
+    } catch (const DatabaseError& error) {
+      throw DatabaseError("cannot open \"" + options.file + "\": " + error.description(), error.category(),
+                          error.native_code());
+    }
+  }
+
+  SqlTarget target() const override { return SqlTarget::kSqlite; }
+  bool InTransaction() const override { return sqlite3_get_autocommit(handle_.get()) == 0; }
+  bool IsAlive() const override { return true; }
+
+  // The write lock is taken at once, so that a locked database shows here and not in the middle of the work.
+  void Begin() override { Execute("BEGIN IMMEDIATE", {}); }
+  void Commit() override { Execute("COMMIT", {}); }
+  void Rollback() override { Execute("ROLLBACK", {}); }
+
+  Rows Execute(std::string_view sql, std::span<const Value> parameters) override;
+
+  std::int64_t Insert(std::string_view sql, std::span<const Value> parameters, std::string_view /*table*/,
+                      std::string_view /*key_column*/) override {
+    Execute(sql, parameters);
+    return sqlite3_last_insert_rowid(handle_.get());
+  }
+
+ private:
+  struct HandleCloser {
+    void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
+  };
+  struct TextHash : std::hash<std::string_view> {
+    using is_transparent = void;
+  };
+
+  static int OnBusy(void* self, int count);
+  Prepared& Prepare(std::string_view sql);
+  void Bind(sqlite3_stmt* statement, std::span<const Value> parameters, std::string_view sql);
+  void DescribeColumns(Prepared& prepared);
+  Rows Run(Prepared& prepared, std::string_view sql);
+  [[noreturn]] void Throw(int result, std::string_view sql, const std::string& prefix = {});
+
+  const Options options_;
+  std::unique_ptr<sqlite3, HandleCloser> handle_;
+  // Statements by their text. Texts are few: their literals come as parameters.
+  std::unordered_map<std::string, Prepared, TextHash, std::equal_to<>> statements_;
+  milliseconds busy_limit_{};
+  std::chrono::steady_clock::time_point busy_since_;
+};
+
+constexpr std::size_t kMostStatements = 500;
+
+int SqliteEngine::OnBusy(void* self, int count) {
+  auto& engine = *static_cast<SqliteEngine*>(self);
+  const auto now = std::chrono::steady_clock::now();
+  if (count == 0) engine.busy_since_ = now;
+  const auto left = engine.busy_limit_ - (now - engine.busy_since_);
+  if (left <= std::chrono::nanoseconds::zero()) return 0;
+  constexpr milliseconds kShortest{1};
+  constexpr milliseconds kLongest{10};
+  std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(left, count < 5 ? kShortest : kLongest));
+  return 1;
+}
+
+void SqliteEngine::Throw(int result, std::string_view sql, const std::string& prefix) {
+  if (result == SQLITE_NOMEM || handle_ == nullptr) throw std::bad_alloc();
+  const int primary = result & 0xFF;
+  const bool busy = primary == SQLITE_BUSY || primary == SQLITE_LOCKED;
+  DatabaseError error(prefix + sqlite3_errmsg(handle_.get()),
+                      busy ? ErrorCategory::kBusy : ErrorCategory::kGeneral, result, "HY000");
+  error.set_statement(std::string(sql));
+  throw error;
+}
+
+Prepared& SqliteEngine::Prepare(std::string_view sql) {
+  if (const auto found = statements_.find(sql); found != statements_.end()) return found->second;
+  if (sql.find('\0') != std::string_view::npos) throw DatabaseError("The statement holds a NUL character.");
+
+  sqlite3_stmt* handle = nullptr;
+  const char* tail = nullptr;
+  const int result = sqlite3_prepare_v3(handle_.get(), sql.data(), static_cast<int>(sql.size()),
+                                        SQLITE_PREPARE_PERSISTENT, &handle, &tail);
+  Prepared prepared;
+  prepared.handle.reset(handle);
+  if (result != SQLITE_OK) Throw(result, sql);
+  const std::string_view rest = sql.substr(static_cast<std::size_t>(tail - sql.data()));
+  if (handle == nullptr || rest.find_first_not_of(" \t\r\n;") != std::string_view::npos) {
+    throw DatabaseError("The text is not exactly one statement.");
+  }
+  if (statements_.size() >= kMostStatements) statements_.clear();
+  return statements_.emplace(sql, std::move(prepared)).first->second;
+}
+
+void SqliteEngine::Bind(sqlite3_stmt* statement, std::span<const Value> parameters, std::string_view sql) {
+  int index = 0;
+  for (const Value& parameter : parameters) {
+    ++index;
+    // Texts stay alive until the statement is reset, within the same call.
+    const auto bind_text = [&](std::string_view text, sqlite3_destructor_type lifetime) {
+      if (text.find('\0') != std::string_view::npos) throw DatabaseError("A text holds a NUL character.");
+      return sqlite3_bind_text64(statement, index, text.data(), text.size(), lifetime, SQLITE_UTF8);
+    };
+    int result = SQLITE_OK;
+    if (const auto* number = std::get_if<std::int64_t>(&parameter.data())) {
+      result = sqlite3_bind_int64(statement, index, *number);
+    } else if (const auto* real = std::get_if<double>(&parameter.data())) {
+      result = sqlite3_bind_double(statement, index, *real);
+    } else if (const auto* text = std::get_if<std::string>(&parameter.data())) {
+      result = bind_text(*text, SQLITE_STATIC);
+    } else if (const auto* time = std::get_if<DateTime>(&parameter.data())) {
+      result = bind_text(time->ToText(), SQLITE_TRANSIENT);
+    } else {
+      result = sqlite3_bind_null(statement, index);
+    }
+    if (result != SQLITE_OK) Throw(result, sql);
+  }
+}
+
+void SqliteEngine::DescribeColumns(Prepared& prepared) {
+  sqlite3_stmt* const statement = prepared.handle.get();
+  const int reprepared = sqlite3_stmt_status(statement, SQLITE_STMTSTATUS_REPREPARE, 0);
+  if (reprepared == prepared.reprepared) return;
+  prepared.columns.clear();
+  prepared.kinds.clear();
+  for (int column = 0; column < sqlite3_column_count(statement); ++column) {
+    prepared.columns.emplace_back(sqlite3_column_name(statement, column));
+    prepared.kinds.push_back(KindOf(sqlite3_column_decltype(statement, column)));
+  }
+  prepared.reprepared = reprepared;
+}
+
+Value ColumnValue(sqlite3_stmt* statement, int column, TextKind kind) {
+  switch (sqlite3_column_type(statement, column)) {
+    case SQLITE_NULL: return {};
+    case SQLITE_INTEGER: return std::int64_t{sqlite3_column_int64(statement, column)};
+    case SQLITE_FLOAT: return sqlite3_column_double(statement, column);
+    default: break;
+  }
+  const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+  if (bytes == nullptr) throw std::bad_alloc();
+  const std::string_view text(bytes, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
+  constexpr std::size_t kFullForm = 19;  // "YYYY-MM-DD HH:MM:SS"
+  if (kind == TextKind::kDateTime || (kind == TextKind::kByShape && text.size() == kFullForm)) {
+    if (const auto time = DateTime::Parse(text)) return *time;
+  }
+  return text;
+}
+
+Rows SqliteEngine::Run(Prepared& prepared, std::string_view sql) {
+  sqlite3_stmt* const statement = prepared.handle.get();
+  const auto changes_before = sqlite3_total_changes64(handle_.get());
+  Rows rows;
+  int result = sqlite3_step(statement);
+  if (result == SQLITE_ROW || result == SQLITE_DONE) {
+    DescribeColumns(prepared);
+    rows.columns = prepared.columns;
+  }
+  for (; result == SQLITE_ROW; result = sqlite3_step(statement)) {
+    for (std::size_t column = 0; column < rows.columns.size(); ++column) {
+      rows.values.push_back(ColumnValue(statement, static_cast<int>(column), prepared.kinds[column]));
+    }
+  }
+  if (result != SQLITE_DONE) Throw(result, sql);
+  rows.affected = sqlite3_total_changes64(handle_.get()) - changes_before;
+  return rows;
+}
+
+Rows SqliteEngine::Execute(std::string_view sql, std::span<const Value> parameters) {
+  const bool begins = sql.starts_with("BEGIN");
+  busy_limit_ = begins || InTransaction() ? options_.busy_timeout : kWaitOutsideTransaction;
+  Prepared& prepared = Prepare(sql);
+  struct Reset {
+    sqlite3_stmt* statement;
+    ~Reset() {
+      sqlite3_reset(statement);
+      sqlite3_clear_bindings(statement);
+    }
+  } reset{prepared.handle.get()};
+  Bind(prepared.handle.get(), parameters, sql);
+  return Run(prepared, sql);
+}
+
+}  // namespace
+
+std::unique_ptr<Engine> OpenSqliteEngine(const ConnectionString& connection_string) {
+  return std::make_unique<SqliteEngine>(ParseOptions(connection_string));
+}
+
+}  // namespace kx

@@ -1,0 +1,411 @@
+#include "database/statement_translator.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <initializer_list>
+#include <optional>
+#include <span>
+
+#include "database/ascii.h"
+#include "database/table_key.h"
+
+namespace kx {
+namespace {
+
+using Kind = SqlToken::Kind;
+
+// Takes a decimal number and the character behind it off the front; `after` 0 takes none.
+std::optional<int> TakeNumber(std::string_view& text, char after) {
+  int number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || number < 0) return std::nullopt;
+  text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+  if (after == 0) return number;
+  if (text.empty() || text.front() != after) return std::nullopt;
+  text.remove_prefix(1);
+  return number;
+}
+
+// "m/d/yyyy hh:nn:ss", followed by " AM" or " PM" on a twelve-hour clock.
+std::optional<DateTime> ParseMonthFirst(std::string_view text) {
+  const auto month = TakeNumber(text, '/');
+  const auto day = month ? TakeNumber(text, '/') : std::nullopt;
+  const auto year = day ? TakeNumber(text, ' ') : std::nullopt;
+  auto hour = year ? TakeNumber(text, ':') : std::nullopt;
+  const auto minute = hour ? TakeNumber(text, ':') : std::nullopt;
+  const auto second = minute ? TakeNumber(text, 0) : std::nullopt;
+  if (!second || *hour > 23 || *minute > 59 || *second > 59) return std::nullopt;
+  if (text == " AM" || text == " PM") {
+    if (*hour < 1 || *hour > 12) return std::nullopt;
+    hour = *hour % 12 + (text == " PM" ? 12 : 0);
+  } else if (!text.empty()) {
+    return std::nullopt;
+  }
+  const std::chrono::year_month_day date(std::chrono::year(*year),
+                                         std::chrono::month(static_cast<unsigned>(*month)),
+                                         std::chrono::day(static_cast<unsigned>(*day)));
+  if (!date.ok()) return std::nullopt;
+  return DateTime(std::chrono::local_seconds(std::chrono::local_days(date)))
+      .AddSeconds(*hour * 3600 + *minute * 60 + *second);
+}
+
+std::string_view Inside(std::string_view quoted) { return quoted.substr(1, quoted.size() - 2); }
+
+std::string Unquote(std::string_view quoted) {
+  std::string text;
+  for (std::size_t at = 1; at + 1 < quoted.size(); ++at) {
+    text.push_back(quoted[at]);
+    if (quoted[at] == '\'') ++at;  // doubled inside
+  }
+  return text;
+}
+
+// The date-time columns among those that identity batches write. The totals SETUP_TIME and so on are numbers.
+bool IsDateTimeColumn(std::string_view name) {
+  const std::string lower = ToLowerAscii(name);
+  return lower.ends_with("start_time") || lower.ends_with("stop_time") || lower == "shift_end" ||
+         lower == "chart_date";
+}
+
+// Writes one statement from its tokens.
+class Writer {
+ public:
+  Writer(std::span<const SqlToken> tokens, SqlTarget target, Statement& out)
+      : tokens_(tokens), target_(target), out_(out) {}
+
+  void WriteStatement() {
+    if (WriteIdentityBatch()) return;
+    WriteRange(0, tokens_.size());
+    if (target_ == SqlTarget::kPostgres) WriteMissingOrder();
+  }
+
+ private:
+  bool sqlite() const { return target_ == SqlTarget::kSqlite; }
+  const SqlToken& at(std::size_t index) const { return tokens_[index]; }
+  bool Is(std::size_t index, std::string_view text) const {
+    return index < tokens_.size() && at(index).Is(text);
+  }
+  bool IsKind(std::size_t index, Kind kind) const { return index < tokens_.size() && at(index).kind == kind; }
+  bool Follows(std::size_t index, std::initializer_list<std::string_view> words) const {
+    return std::ranges::all_of(words, [&](std::string_view word) { return Is(index++, word); });
+  }
+
+  void Blank(std::size_t index) {
+    if (at(index).blank_before) out_.text += ' ';
+  }
+  void WriteRange(std::size_t begin, std::size_t end) {
+    while (begin < end) begin = WriteNext(begin);
+  }
+
+  // Writes the construct that begins at `index` and returns the index behind it.
+  std::size_t WriteNext(std::size_t index);
+  std::size_t WriteWord(std::size_t index);
+  std::size_t WriteToken(std::size_t index);
+
+  // Each returns the index behind its construct, or `index` itself when it does not stand there.
+  std::size_t WriteToDate(std::size_t index);
+  std::size_t WriteDateAdd(std::size_t index);
+  std::size_t WriteDaysAdded(std::size_t index);
+  std::size_t WriteOuterJoin(std::size_t index);
+  std::size_t WriteIif(std::size_t index);
+  bool WriteIdentityBatch();
+  void WriteMissingOrder();
+
+  void WriteClock() {
+    out_.text += sqlite() ? " datetime('now','localtime')" : " date_trunc('second', LOCALTIMESTAMP)";
+  }
+  void WriteTime(DateTime time) {
+    if (sqlite()) {
+      WriteParameter(time.ToText());
+    } else {
+      out_.text += " TIMESTAMP '" + time.ToText() + "'";
+    }
+  }
+  // The blanks keep the mark apart from a number or name that follows it.
+  void WriteParameter(Value value) {
+    out_.text += " ? ";
+    out_.parameters.push_back(std::move(value));
+  }
+  void WriteDays(std::size_t expression_begin, std::size_t expression_end, int days);
+
+  // Behind a name with its qualifiers; `index` itself when no name stands there.
+  std::size_t EndOfName(std::size_t index) const;
+  // Behind an optional minus and a whole number, which goes to `number`; `index` itself otherwise.
+  std::size_t EndOfInteger(std::size_t index, int& number) const;
+  // The "," or ")" on the level of `index` that comes first.
+  std::size_t EndOfArgument(std::size_t index) const;
+
+  std::span<const SqlToken> tokens_;
+  SqlTarget target_;
+  Statement& out_;
+};
+
+std::size_t Writer::EndOfName(std::size_t index) const {
+  if (!IsKind(index, Kind::kWord)) return index;
+  ++index;
+  while (Is(index, ".") && IsKind(index + 1, Kind::kWord)) index += 2;
+  return index;
+}
+
+std::size_t Writer::EndOfInteger(std::size_t index, int& number) const {
+  const bool negative = Is(index, "-");
+  const std::size_t digits = index + (negative ? 1 : 0);
+  if (!IsKind(digits, Kind::kNumber)) return index;
+  const std::string_view text = at(digits).text;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return index;
+  if (negative) number = -number;
+  return digits + 1;
+}
+
+std::size_t Writer::EndOfArgument(std::size_t index) const {
+  for (int depth = 0; index < tokens_.size(); ++index) {
+    if (depth == 0 && (Is(index, ",") || Is(index, ")"))) break;
+    if (Is(index, "(")) ++depth;
+    if (Is(index, ")")) --depth;
+  }
+  return index;
+}
+
+std::size_t Writer::WriteNext(std::size_t index) {
+  std::size_t next = index;
+  switch (at(index).kind) {
+    case Kind::kWord: return WriteWord(index);
+    case Kind::kSymbol:
+      if (at(index).text == "(") next = WriteDaysAdded(index);
+      if (at(index).text == ",") next = WriteOuterJoin(index);
+      break;
+    case Kind::kDate:
+      if (const auto time = ParseMonthFirst(Inside(at(index).text))) {
+        WriteTime(*time);
+        return index + 1;
+      }
+      break;
+    default: break;
+  }
+  return next != index ? next : WriteToken(index);
+}
+
+std::size_t Writer::WriteWord(std::size_t index) {
+  const std::string_view word = at(index).text;
+  std::size_t next = index;
+  switch (ToLowerAscii(word.front())) {
+    case 'w':
+      if (Follows(index, {"with", "(", "NOLOCK", ")"})) return index + 4;
+      break;
+    case 't':
+      if (Follows(index, {"Time", "(", ")"})) {
+        WriteClock();
+        return index + 3;
+      }
+      next = WriteToDate(index);
+      break;
+    case 'c':
+      if (Is(index, "CURRENT_TIMESTAMP")) {
+        WriteClock();
+        return index + 1;
+      }
+      if (Follows(index, {"CAST", "("}) && IsKind(index + 2, Kind::kString) &&
+          Follows(index + 3, {"AS", "DATETIME", ")"})) {
+        if (const auto time = ParseMonthFirst(Inside(at(index + 2).text))) {
+          WriteTime(*time);
+          return index + 6;
+        }
+      }
+      break;
+    case 'd':
+      if (Follows(index, {"Date", "(", ")"})) {
+        WriteClock();
+        return index + 3;
+      }
+      next = WriteDateAdd(index);
+      break;
+    case 's':
+      if (Follows(index, {"SYSDATE", "from", "DUAL"})) {
+        WriteClock();
+        out_.text += " AS SYSDATE";
+        return index + 3;
+      }
+      break;
+    case 'i':
+      if (!sqlite()) next = WriteIif(index);
+      break;
+    default: break;
+  }
+  return next != index ? next : WriteToken(index);
+}
+
+std::size_t Writer::WriteToken(std::size_t index) {
+  const SqlToken& token = at(index);
+  if (sqlite() && token.kind == Kind::kString) {
+    WriteParameter(Unquote(token.text));
+  } else if (sqlite() && token.kind == Kind::kNumber) {
+    std::int64_t whole = 0;
+    double real = 0;
+    const char* const begin = token.text.data();
+    const char* const end = begin + token.text.size();
+    if (const auto [last, error] = std::from_chars(begin, end, whole); error == std::errc() && last == end) {
+      WriteParameter(whole);
+    } else {
+      std::from_chars(begin, end, real);
+      WriteParameter(real);
+    }
+  } else {
+    Blank(index);
+    out_.text += token.text;
+  }
+  return index + 1;
+}
+
+std::size_t Writer::WriteToDate(std::size_t index) {
+  if (!Follows(index, {"TO_DATE", "("}) || !IsKind(index + 2, Kind::kString) || !Is(index + 3, ",") ||
+      !IsKind(index + 4, Kind::kString) || !Is(index + 5, ")")) {
+    return index;
+  }
+  const std::string_view text = Inside(at(index + 2).text);
+  const std::string_view mask = Inside(at(index + 4).text);
+  const bool twelve_hours = text.ends_with('M');
+  if (mask != (twelve_hours ? "MM/DD/YYYY HH:MI:SS AM" : "MM/DD/YYYY HH24:MI:SS")) return index;
+  const auto time = ParseMonthFirst(text);
+  if (!time) return index;
+  WriteTime(*time);
+  return index + 6;
+}
+
+void Writer::WriteDays(std::size_t expression_begin, std::size_t expression_end, int days) {
+  out_.text += sqlite() ? " datetime(" : " (";
+  WriteRange(expression_begin, expression_end);
+  if (sqlite()) {
+    out_.text += ",";
+    WriteParameter(std::to_string(days) + " days");
+    out_.text += ")";
+  } else {
+    out_.text += " + " + std::to_string(days) + " * INTERVAL '1 day')";
+  }
+}
+
+std::size_t Writer::WriteDateAdd(std::size_t index) {
+  if (!Follows(index, {"DateAdd", "("}) || !Is(index + 3, ",")) return index;
+  if (!Is(index + 2, "dd") && at(index + 2).text != "'dd'") return index;
+  int days = 0;
+  const std::size_t comma = EndOfInteger(index + 4, days);
+  if (comma == index + 4 || !Is(comma, ",")) return index;
+  const std::size_t end = EndOfArgument(comma + 1);
+  if (!Is(end, ")")) return index;
+  WriteDays(comma + 1, end, days);
+  return end + 1;
+}
+
+std::size_t Writer::WriteDaysAdded(std::size_t index) {
+  const std::size_t plus = EndOfName(index + 1);
+  int days = 0;
+  if (plus == index + 1 || !Is(plus, "+")) return index;
+  const std::size_t end = EndOfInteger(plus + 1, days);
+  if (end == plus + 1 || !Is(end, ")")) return index;
+  WriteDays(index + 1, plus, days);
+  return end + 1;
+}
+
+// `, T where a = b (+)` becomes ` LEFT JOIN T on a = b`.
+std::size_t Writer::WriteOuterJoin(std::size_t index) {
+  if (!IsKind(index + 1, Kind::kWord) || !Is(index + 2, "where")) return index;
+  const std::size_t equals = EndOfName(index + 3);
+  if (equals == index + 3 || !Is(equals, "=")) return index;
+  const std::size_t mark = EndOfName(equals + 1);
+  if (mark == equals + 1 || !Follows(mark, {"(", "+", ")"})) return index;
+  out_.text += " LEFT JOIN ";
+  out_.text += at(index + 1).text;
+  out_.text += " on";
+  WriteRange(index + 3, mark);
+  return mark + 3;
+}
+
+std::size_t Writer::WriteIif(std::size_t index) {
+  if (!Follows(index, {"IIF", "("})) return index;
+  const std::size_t first = EndOfArgument(index + 2);
+  const std::size_t second = Is(first, ",") ? EndOfArgument(first + 1) : first;
+  const std::size_t last = Is(second, ",") && second != first ? EndOfArgument(second + 1) : second;
+  if (last == second || !Is(last, ")")) return index;
+  out_.text += " CASE WHEN ";
+  WriteRange(index + 2, first);
+  out_.text += " THEN ";
+  WriteRange(first + 1, second);
+  out_.text += " ELSE ";
+  WriteRange(second + 1, last);
+  out_.text += " END ";
+  return last + 1;
+}
+
+// The batch that inserts a row and selects its identity becomes one INSERT that returns its key.
+bool Writer::WriteIdentityBatch() {
+  constexpr std::size_t kHead = 8;
+  constexpr std::size_t kTail = 12;
+  if (!Follows(0, {"SET", "NOCOUNT", "ON", ";", "SET", "DATEFORMAT", "MDY", ";", "INSERT", "INTO"}) ||
+      !IsKind(kHead + 2, Kind::kWord) || !Is(kHead + 3, "(") || tokens_.size() < kHead + kTail) {
+    return false;
+  }
+  const std::size_t tail = tokens_.size() - kTail;
+  if (!Follows(tail, {";", "SELECT", "SCOPE_IDENTITY", "(", ")", "AS"}) ||
+      at(tail + 6).text != "[SCOPE_IDENTITY]" || !Follows(tail + 7, {";", "SET", "NOCOUNT", "OFF", ";"})) {
+    return false;
+  }
+  std::vector<std::string_view> columns;
+  std::size_t index = kHead + 4;
+  for (; index < tail && !Is(index, ")"); ++index) {
+    if (IsKind(index, Kind::kWord)) columns.push_back(at(index).text);
+  }
+  if (!Follows(index, {")", "VALUES", "("})) return false;
+  const std::size_t values = index + 3;
+  WriteRange(kHead, values);
+  index = values;
+  for (std::size_t column = 0; index < tail; ++column) {
+    const std::size_t end = EndOfArgument(index);
+    std::optional<DateTime> time;
+    if (end == index + 1 && IsKind(index, Kind::kString) && column < columns.size() &&
+        IsDateTimeColumn(columns[column])) {
+      time = ParseMonthFirst(Inside(at(index).text));
+    }
+    if (time) {
+      WriteTime(*time);
+    } else {
+      WriteRange(index, end);
+    }
+    if (!Is(end, ",")) {
+      index = end;
+      break;
+    }
+    out_.text += ',';
+    index = end + 1;
+  }
+  WriteRange(index, tail);
+  out_.text += " RETURNING " + KeyColumnOf(at(kHead + 2).text);
+  return true;
+}
+
+// "First row" means the row with the lowest key: a row query on one table gets that order where it has none.
+void Writer::WriteMissingOrder() {
+  if (!Is(0, "select")) return;
+  std::size_t from = 1;
+  for (; from < tokens_.size() && !Is(from, "from"); ++from) {
+    if (Is(from, "(")) return;
+  }
+  const std::size_t table = from + 1;
+  if (!IsKind(table, Kind::kWord) || !at(table).text.starts_with(kTablePrefix)) return;
+  const std::size_t behind = table + (Follows(table + 1, {"with", "(", "NOLOCK", ")"}) ? 5 : 1);
+  if (behind < tokens_.size() && !Is(behind, "where")) return;
+  if (std::ranges::any_of(tokens_, [](const SqlToken& token) { return token.Is("order"); })) return;
+  out_.text += " order by " + KeyColumnOf(at(table).text);
+}
+
+}  // namespace
+
+const Statement& StatementTranslator::Translate(std::string_view sql, SqlTarget target) {
+  statement_.text.clear();
+  statement_.parameters.clear();
+  SplitSql(sql, tokens_);
+  Writer(tokens_, target, statement_).WriteStatement();
+  return statement_;
+}
+
+}  // namespace kx
