@@ -1,0 +1,192 @@
+#include "component/kxdata7_object.h"
+
+#include <exception>
+#include <new>
+#include <string>
+#include <utility>
+
+#include "com/error_info.h"
+#include "component/dispatch.h"
+#include "component/sql_dialect.h"
+#include "component/transaction.h"
+#include "machinedata/completion.h"
+#include "mdclog/append.h"
+#include "mdclog/dispatch.h"
+
+namespace kx {
+namespace {
+
+std::string ToText(BSTR text) { return kxdata7::ToUtf8({text, SysStringLen(text)}); }
+
+VARIANT_BOOL ToVariantBool(bool value) { return value ? VARIANT_TRUE : VARIANT_FALSE; }
+
+HRESULT RefuseNullPointer() noexcept {
+  return com::Fail(E_POINTER, "A pointer for a result or an error text is null.");
+}
+
+// Ends a transaction that a call leaves open. Closing the connection ends it where rolling back cannot.
+class TransactionEnd {
+ public:
+  explicit TransactionEnd(Session& session) : session_(session) {}
+  TransactionEnd(const TransactionEnd&) = delete;
+  TransactionEnd& operator=(const TransactionEnd&) = delete;
+  ~TransactionEnd() {
+    if (!session_.connection.in_transaction()) return;
+    try {
+      if (RollbackTransaction(session_)) return;
+    } catch (...) {
+      // Out of memory, or the yield hook threw.
+    }
+    session_.connection.Close();
+  }
+
+ private:
+  Session& session_;
+};
+
+// Runs one call. Its outcome is told last, since the yield hook may call other objects meanwhile.
+template <class Work>
+HRESULT Guarded(Session& session, Work& work) noexcept {
+  try {
+    const TransactionEnd end(session);
+    work();
+  } catch (const std::bad_alloc&) {
+    return com::Fail(E_OUTOFMEMORY, "Out of memory");
+  } catch (const std::exception& error) {
+    return com::Fail(E_FAIL, error.what());
+  } catch (...) {
+    return com::Fail(E_FAIL, "Unknown error");
+  }
+  return com::Succeed();
+}
+
+}  // namespace
+
+template <class Work>
+HRESULT CKXData7Obj::Run(Work work) noexcept {
+  if (busy_.exchange(true)) {
+    return com::Fail(RPC_E_SERVERCALL_RETRYLATER, "The object is working for another call.");
+  }
+  // The yield hook may let the client release its last reference.
+  AddRef();
+  const HRESULT result = Guarded(session_, work);
+  busy_ = false;
+  Release();
+  return result;
+}
+
+template <class Result, class Work>
+HRESULT CKXData7Obj::RunForResult(Result* result, Work work) noexcept {
+  if (result == nullptr) return RefuseNullPointer();
+  *result = {};
+  return Run([&] { *result = work(); });
+}
+
+template <class Work>
+HRESULT CKXData7Obj::RunWithText(BSTR* text, VARIANT_BOOL* result, Work work) noexcept {
+  if (text == nullptr) {
+    if (result != nullptr) *result = VARIANT_FALSE;
+    return RefuseNullPointer();
+  }
+  return RunForResult(result, [&] {
+    const std::string before = ToText(*text);
+    std::string after = before;
+    const bool succeeded = work(after);
+    if (after != before) {
+      SysFreeString(std::exchange(*text, kxdata7::Bstr::FromUtf8(after).release()));
+    }
+    return ToVariantBool(succeeded);
+  });
+}
+
+HRESULT CKXData7Obj::IsConnected(VARIANT_BOOL* result) {
+  return RunForResult(result, [&] { return ToVariantBool(kx::IsConnected(session_)); });
+}
+
+HRESULT CKXData7Obj::ConnectToDatabase(BSTR strConnectionString, LONG lDatabaseType, BSTR* strError,
+                                       VARIANT_BOOL* result) {
+  return RunWithText(strError, result, [&](std::string& error) {
+    return kx::ConnectToDatabase(session_, ToText(strConnectionString), lDatabaseType, error);
+  });
+}
+
+HRESULT CKXData7Obj::AppendItemToMDCLog(LONG lDeptID, LONG lLocationID, LONG lGroupID, LONG lMachineID,
+                                        LONG lCommandID, BSTR strParam, LONG lCommandTimeCode, BSTR* strError,
+                                        VARIANT_BOOL* result) {
+  return RunWithText(strError, result, [&](std::string& error) {
+    const LogEntry entry{lDeptID,    lLocationID,      lGroupID,        lMachineID,
+                         lCommandID, ToText(strParam), lCommandTimeCode};
+    return kx::AppendItemToMDCLog(session_, entry, error);
+  });
+}
+
+HRESULT CKXData7Obj::AppendItemToMDCLogDNC(LONG lDeptVelkarisID, LONG lLocationVelkarisID,
+                                           LONG lGroupVelkarisID, LONG lMachineVelkarisID,
+                                           LONG lCommandVelkarisID, BSTR strParam, LONG lCommandTimeCode,
+                                           BSTR* strError, VARIANT_BOOL* result) {
+  return RunWithText(strError, result, [&](std::string& error) {
+    const LogEntry numbers{lDeptVelkarisID,    lLocationVelkarisID, lGroupVelkarisID, lMachineVelkarisID,
+                           lCommandVelkarisID, ToText(strParam),    lCommandTimeCode};
+    return kx::AppendItemToMDCLogDNC(session_, numbers, error);
+  });
+}
+
+HRESULT CKXData7Obj::DoNextItemFromMDCLog(BSTR* strError, VARIANT_BOOL* result) {
+  return RunWithText(strError, result,
+                     [&](std::string& error) { return kx::DoNextItemFromMDCLog(session_, error); });
+}
+
+HRESULT CKXData7Obj::GetMDCLogCount(LONG* result) {
+  return RunForResult(result, [&] { return LONG{kx::GetMDCLogCount(session_)}; });
+}
+
+HRESULT CKXData7Obj::CompleteMachineDataRecord(LONG lMachineDataID) {
+  return Run([&] { kx::CompleteMachineDataRecord(session_, lMachineDataID); });
+}
+
+HRESULT CKXData7Obj::GetNoLock(VARIANT* result) {
+  return RunForResult(result, [&] {
+    VARIANT value{};
+    if (const auto hint = kx::GetNoLock(session_)) {
+      value.bstrVal = kxdata7::Bstr::FromUtf8(*hint).release();
+      value.vt = VT_BSTR;
+    }
+    return value;
+  });
+}
+
+HRESULT CKXData7Obj::GetTypeInfoCount(UINT* pctinfo) {
+  if (pctinfo == nullptr) return E_POINTER;
+  *pctinfo = 0;
+  return S_OK;
+}
+
+HRESULT CKXData7Obj::GetTypeInfo(UINT iTInfo, LCID, ITypeInfo** ppTInfo) {
+  if (ppTInfo == nullptr) return E_POINTER;
+  *ppTInfo = nullptr;
+  return iTInfo == 0 ? E_NOTIMPL : DISP_E_BADINDEX;
+}
+
+HRESULT CKXData7Obj::GetIDsOfNames(REFIID riid, LPOLESTR* rgszNames, UINT cNames, LCID, DISPID* rgDispId) {
+  if (riid != IID_NULL) return DISP_E_UNKNOWNINTERFACE;
+  return FindMethods(rgszNames, cNames, rgDispId);
+}
+
+HRESULT CKXData7Obj::Invoke(DISPID dispIdMember, REFIID riid, LCID, WORD wFlags, DISPPARAMS* pDispParams,
+                            VARIANT* pVarResult, EXCEPINFO* pExcepInfo, UINT* puArgErr) {
+  if (riid != IID_NULL) return DISP_E_UNKNOWNINTERFACE;
+  return InvokeMethod(*this, dispIdMember, wFlags, pDispParams, pVarResult, pExcepInfo, puArgErr);
+}
+
+HRESULT CKXData7Obj::InterfaceSupportsErrorInfo(REFIID riid) {
+  return riid == IID__CKXData7Obj || riid == IID_IDispatch ? S_OK : S_FALSE;
+}
+
+void* CKXData7Obj::FindInterface(REFIID iid) {
+  if (iid == IID_IUnknown || iid == IID_IDispatch || iid == IID__CKXData7Obj) {
+    return static_cast<_CKXData7Obj*>(this);
+  }
+  return iid == IID_ISupportErrorInfo ? static_cast<ISupportErrorInfo*>(this) : nullptr;
+}
+
+}  // namespace kx

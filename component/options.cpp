@@ -1,0 +1,14 @@
+#include "component/options.h"
+
+#include "component/sql_dialect.h"
+#include "component/text.h"
+
+namespace kx {
+
+bool GetOptionBool(Session& session) {
+  const Recordset option = OpenRecordset(session, Concat("select * from T_SFC_OPTION ", NoLockHint(session),
+                                                         " where APP_CODE = 2 and OPTION_CODE = 1"));
+  return option.Fields("BOOL_VAL").ToInt32() != 0;
+}
+
+}  // namespace kx

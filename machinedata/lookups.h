@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "component/session.h"
+
+namespace kx {
+
+// The keys behind the names and numbers that machines and terminals send. Each returns -1 when nothing is
+// found, and for an empty text without asking the database. Texts compare exactly; one with an odd number of
+// apostrophes is a DatabaseError.
+
+std::int32_t GetUserID(Session& session, std::string_view user_name);
+std::int32_t GetJobID(Session& session, std::string_view job_number);
+std::int32_t GetOpID(Session& session, std::string_view op_number);
+std::int32_t GetScrapCodeID(Session& session, std::string_view scrap_code_number);
+
+struct PartKey {
+  std::int32_t part_id = -1;
+  std::int32_t part_type_id = -1;
+};
+PartKey GetPartID(Session& session, std::string_view part_number);
+
+// What DOWNTIME_TYPE_CODE of a downtime row says.
+enum class DowntimeType : std::int32_t { kMachine = 0, kUser = 1 };
+
+// A code of the given type, or one that serves both.
+std::int32_t GetDowntimeCodeID(Session& session, std::string_view downtime_code_number, DowntimeType type);
+
+// The scrap code booked when none is reported: the one of type -1, else that of type 1, else an empty text.
+std::string GetDefaultScrapCodeNumber(Session& session);
+
+// The part of a job with the lowest ORDINAL; nothing when the job has none.
+std::optional<std::string> GetFirstPartNumberOfJob(Session& session, std::string_view job_number);
+
+// COMMAND_TYPE_CODE of T_SFC_COMMAND for the events that the component itself works into records; any other
+// value is a custom command.
+namespace command_type {
+constexpr std::int32_t kLogon = 4;
+constexpr std::int32_t kJob = 5;
+constexpr std::int32_t kPart = 6;
+constexpr std::int32_t kOperation = 7;
+constexpr std::int32_t kSetup = 8;
+constexpr std::int32_t kCycle = 9;
+constexpr std::int32_t kTeardown = 10;
+constexpr std::int32_t kMachineDowntime = 11;
+constexpr std::int32_t kUserDowntime = 12;
+constexpr std::int32_t kGoodPartCount = 13;
+constexpr std::int32_t kScrappedPartCount = 14;
+}  // namespace command_type
+
+// The first command of a type, and the type of a command.
+std::int32_t GetCommandIdByTypeCode(Session& session, std::int32_t command_type_code);
+std::int32_t GetCommandTypeCode(Session& session, std::int32_t command_id);
+
+// The internal ids behind the VELKARIS_ID numbers of the master tables.
+std::int32_t GetDeptIdByVelkarisId(Session& session, std::int32_t number);
+std::int32_t GetLocationIdByVelkarisId(Session& session, std::int32_t number);
+std::int32_t GetGroupIdByVelkarisId(Session& session, std::int32_t number);
+std::int32_t GetMachineIdByVelkarisId(Session& session, std::int32_t number);
+std::int32_t GetCommandIdByVelkarisId(Session& session, std::int32_t number);
+
+}  // namespace kx

@@ -1,0 +1,124 @@
+#include "shifts/current_record.h"
+
+#include "component/messages.h"
+#include "component/sql_dialect.h"
+#include "component/text.h"
+#include "component/trace.h"
+#include "component/transaction.h"
+#include "database/database_error.h"
+#include "database/numeric_text.h"
+#include "machinedata/records.h"
+#include "shifts/next_shift_start.h"
+#include "shifts/shift_info.h"
+
+namespace kx {
+namespace {
+
+// What the calendar needs to know of a machine's current record.
+struct CurrentRecord {
+  std::int32_t machine_data_id;
+  DateTime start_time;
+  DateTime chart_date;
+  std::string user_name;
+  DateTime shift_end;  // kNoShiftEnd for a record without a shift
+};
+
+CurrentRecord ReadCurrentRecord(Session& session, std::int32_t machine_id) {
+  const std::string_view hint = NoLockHint(session);
+  const Recordset row = OpenRecordset(
+      session, Concat("select md.MACHINE_DATA_ID,START_TIME,CHART_DATE,USER_NAME,SHIFT_ID,SHIFT_END from "
+                      "T_SFC_MACHINE_DATA md",
+                      hint, " inner join T_SFC_MACHINE m ", hint,
+                      " on md.MACHINE_DATA_ID=m.MACHINE_DATA_ID  where m.MACHINE_ID = ", machine_id));
+  WriteTrace(session, "HandleExpiredShifts-A");
+  const DateTime start_time = row.Fields("START_TIME").ToDateTime();
+  return {row.Fields("MACHINE_DATA_ID").ToInt32(), start_time,
+          row.Fields("CHART_DATE").ToDateTimeOr(start_time).Date(), row.Fields("USER_NAME").ToTextOr(""),
+          row.Fields("SHIFT_ID").IsNull() ? kNoShiftEnd : row.Fields("SHIFT_END").ToDateTime()};
+}
+
+// When a record's shift ends and what begins then.
+struct Expiry {
+  DateTime moment;
+  ShiftInfo next;
+};
+
+// Nothing when the record's shift has not ended before `moment`.
+std::optional<Expiry> FindExpiry(Session& session, std::int32_t machine_id, const CurrentRecord& record,
+                                 DateTime moment) {
+  const bool no_shift = record.shift_end == kNoShiftEnd;
+  Expiry expiry;
+  expiry.moment = no_shift ? GetNextShiftStart(session, record.start_time, machine_id) : record.shift_end;
+  if (expiry.moment >= moment) return std::nullopt;
+  expiry.next = DetermineChartDateAndShiftInfo(session, expiry.moment, record.user_name, machine_id);
+  if (no_shift && expiry.next.chart_date != record.chart_date) {
+    // A record without a shift ends with its chart day at the latest.
+    expiry.next = ShiftInfo{.chart_date = record.chart_date.AddDays(1)};
+    expiry.moment = expiry.next.chart_date;
+  }
+  if (expiry.next.shift_id != kNoShift && expiry.next.end <= expiry.moment) {
+    throw DatabaseError(Concat("The shift calendar of machine ", machine_id, " does not advance at ",
+                               expiry.moment.ToText()));
+  }
+  return expiry;
+}
+
+// Replaces the record at the end of its shift and describes the new one.
+CurrentRecord CloseExpired(Session& session, std::int32_t machine_id, const CurrentRecord& record,
+                           const Expiry& expiry) {
+  WriteTrace(session, "HandleExpiredShifts-Ca");
+  WriteTrace(session, "HandleExpiredShifts-Cb");
+  CurrentRecord current;
+  current.machine_data_id = ReplaceRecord(session, machine_id, record.machine_data_id, ChangedItem::kShift,
+                                          expiry.moment, [&](Recordset& next, std::int32_t) {
+                                            SetShift(next, expiry.next.shift_id, expiry.next.end);
+                                            next.Set("CHART_DATE", expiry.next.chart_date);
+                                            current.user_name = next.Fields("USER_NAME").ToTextOr("");
+                                          });
+  current.start_time = expiry.moment;
+  current.chart_date = expiry.next.chart_date;
+  current.shift_end = expiry.next.end;
+  return current;
+}
+
+}  // namespace
+
+bool HandleExpiredShifts(Session& session, std::int32_t machine_id, DateTime moment, bool use_transactions) {
+  WriteTrace(session, Concat("HandleExpiredShifts(", machine_id, ",", moment.ToText(),
+                             "):", session.trace_file_open ? -1 : 0));
+  TransactionScope transaction(session);
+  if (use_transactions && !transaction.Begin()) return false;
+  CurrentRecord record = ReadCurrentRecord(session, machine_id);
+  for (;;) {
+    WriteTrace(session, "HandleExpiredShifts-B");
+    const auto expiry = FindExpiry(session, machine_id, record, moment);
+    if (!expiry) break;
+    record = CloseExpired(session, machine_id, record, *expiry);
+    if (use_transactions && !(transaction.Commit() && transaction.Begin())) return false;
+  }
+  if (use_transactions && !transaction.Commit()) return false;
+  WriteTrace(session, "HandleExpiredShifts-Done");
+  return true;
+}
+
+std::int32_t GetCurrentMachineDataID(Session& session, std::int32_t machine_id, DateTime time) {
+  HandleExpiredShifts(session, machine_id, time, false);
+  return Value(GetScalarText(session, Concat("select MACHINE_DATA_ID from T_SFC_MACHINE ",
+                                             NoLockHint(session), " where MACHINE_ID = ", machine_id)))
+      .ToInt32();
+}
+
+bool RefreshMachineStatus(Session& session, std::string& error) {
+  const DateTime now = GetServerTime(session);
+  Recordset machines =
+      OpenRecordset(session, Concat("select MACHINE_ID from T_SFC_MACHINE ", NoLockHint(session)));
+  for (; !machines.IsEof(); machines.MoveNext()) {
+    if (!HandleExpiredShifts(session, machines.Fields("MACHINE_ID").ToInt32(), now, true)) {
+      error = FormatResourceMessage(message::kRefreshFailed);
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace kx

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "component/session.h"
+
+namespace kx {
+
+// Closes the machine's records whose shift ended before `moment` and opens their successors, one for each
+// shift and for each day on which no shift works. Each step commits by itself when `use_transactions` is set.
+// False: a transaction could not be begun or committed; the steps before stay. A calendar that stands still
+// is an error.
+bool HandleExpiredShifts(Session& session, std::int32_t machine_id, DateTime moment, bool use_transactions);
+
+// The key of the machine's current record as of `time`, after its expired shifts were closed.
+std::int32_t GetCurrentMachineDataID(Session& session, std::int32_t machine_id, DateTime time);
+
+// Closes the expired shifts of every machine as of the server's time. False: message 101 is in `error`; the
+// machines handled before stay handled.
+bool RefreshMachineStatus(Session& session, std::string& error);
+
+}  // namespace kx
