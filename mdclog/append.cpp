@@ -1,0 +1,80 @@
+#include "mdclog/append.h"
+
+#include "component/sql_dialect.h"
+#include "component/text.h"
+#include "database/database_error.h"
+#include "machinedata/lookups.h"
+
+namespace kx {
+namespace {
+
+constexpr int kAttempts = 20;
+constexpr std::int16_t kPauseBetweenAttempts = 3000;
+constexpr std::int32_t kRefreshCommand = -1;
+
+std::int32_t ReadCount(Session& session, std::string_view sql) {
+  const Recordset count = OpenRecordset(session, sql);
+  return count.RecordCount() == 0 ? 0 : count.Fields("CT").ToInt32();
+}
+
+bool RefreshWaits(Session& session, std::int32_t machine_id) {
+  return ReadCount(session, Concat("select COUNT(MDC_LOG_ID) AS CT  from T_SFC_MDC_LOG ", NoLockHint(session),
+                                   " where COMMAND_ID IS NULL  and MACHINE_ID = ", machine_id)) > 0;
+}
+
+std::string InsertStatement(const Session& session, const LogEntry& entry, DateTime time_stamp) {
+  const std::string time = SqlDateLiteral(session, time_stamp);
+  const std::string place =
+      Concat(entry.dept_id, ",", entry.location_id, ",", entry.group_id, ",", entry.machine_id);
+  if (entry.command_id == kRefreshCommand) {
+    return Concat(
+        "INSERT INTO T_SFC_MDC_LOG (DEPT_ID, LOCATION_ID,  GROUP_ID, MACHINE_ID, TIME_STAMP)  VALUES (",
+        place, ",", time, ")");
+  }
+  const bool has_param = !entry.param.empty();
+  std::string sql = Concat(
+      "INSERT INTO T_SFC_MDC_LOG (COMMAND_ID, DEPT_ID, LOCATION_ID,  GROUP_ID, MACHINE_ID, "
+      "COMMAND_TIME_CODE, "
+      "TIME_STAMP",
+      has_param ? ", PARAM1" : "", ")  VALUES (", entry.command_id, ",", place, ",", entry.command_time_code,
+      ",", time);
+  // The text goes between its quotes as it is: clients must not send apostrophes.
+  if (has_param) Append(sql, ",'", entry.param, "'");
+  return sql += ")";
+}
+
+}  // namespace
+
+bool AppendItemToMDCLog(Session& session, const LogEntry& entry, std::string& error) {
+  try {
+    const DateTime time_stamp = GetServerTime(session);
+    error.clear();
+    if (entry.command_id == kRefreshCommand && RefreshWaits(session, entry.machine_id)) return true;
+    const std::string sql = InsertStatement(session, entry, time_stamp);
+    for (int attempt = 1; !ExecuteSqlInTransaction(session, sql, error); ++attempt) {
+      if (attempt == kAttempts) return false;
+      PauseMilliseconds(session, kPauseBetweenAttempts);
+    }
+    return true;
+  } catch (const DatabaseError& failure) {
+    error = failure.description();
+    return false;
+  }
+}
+
+bool AppendItemToMDCLogDNC(Session& session, LogEntry numbers, std::string& error) {
+  numbers.dept_id = GetDeptIdByVelkarisId(session, numbers.dept_id);
+  numbers.location_id = GetLocationIdByVelkarisId(session, numbers.location_id);
+  numbers.group_id = GetGroupIdByVelkarisId(session, numbers.group_id);
+  numbers.machine_id = GetMachineIdByVelkarisId(session, numbers.machine_id);
+  numbers.command_id = GetCommandIdByVelkarisId(session, numbers.command_id);
+  return AppendItemToMDCLog(session, numbers, error);
+}
+
+std::int32_t GetMDCLogCount(Session& session) {
+  RequireKnownDialect(session);
+  return ReadCount(session,
+                   Concat("select COUNT(MDC_LOG_ID) AS CT from T_SFC_MDC_LOG ", NoLockHint(session), " "));
+}
+
+}  // namespace kx
