@@ -1,3 +1,54 @@
-# The component: libKXData7.so.
-add_library(KXData7 SHARED $<TARGET_OBJECTS:kxdata7_core>)
-target_link_libraries(KXData7 PRIVATE kxdata7_core kxdata7_database)
+# The component: libKXData7.so, its type library, and what a client needs to build against it.
+include(CMakePackageConfigHelpers)
+
+add_library(KXData7 SHARED)
+add_library(KXData7::KXData7 ALIAS KXData7)
+target_link_libraries(KXData7 PRIVATE kxdata7_core)
+target_include_directories(KXData7 INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+                                             $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_compile_features(KXData7 INTERFACE cxx_std_20)
+set(exports ${PROJECT_SOURCE_DIR}/component/exports.map)
+target_link_options(KXData7 PRIVATE -Wl,--version-script=${exports} -Wl,-z,defs)
+set_target_properties(KXData7 PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS ${exports} VERSION ${PROJECT_VERSION}
+                                         SOVERSION ${PROJECT_VERSION_MAJOR})
+
+# The type library is for Windows clients. It needs the IDL compiler and Wine's automation library.
+find_program(WIDL NAMES widl x86_64-w64-mingw32-widl)
+find_path(WIDL_INCLUDE_DIR oaidl.idl PATHS /usr/include/wine/wine/windows /usr/include/wine/windows NO_DEFAULT_PATH)
+find_path(WIDL_LIBRARY_DIR stdole2.tlb NO_DEFAULT_PATH
+          PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/wine/x86_64-windows /usr/lib/wine/x86_64-windows)
+if(WIDL AND WIDL_INCLUDE_DIR AND WIDL_LIBRARY_DIR)
+  set(idl ${PROJECT_SOURCE_DIR}/component/KXData7.idl)
+  set(type_library ${PROJECT_BINARY_DIR}/KXData7.tlb)
+  add_custom_command(
+    OUTPUT ${type_library}
+    COMMAND ${WIDL} -m64 -I ${WIDL_INCLUDE_DIR} -L ${WIDL_LIBRARY_DIR} -t -o ${type_library} ${idl}
+    DEPENDS ${idl}
+    VERBATIM)
+  add_custom_target(kxdata7_type_library ALL DEPENDS ${type_library})
+  install(FILES ${type_library} DESTINATION ${CMAKE_INSTALL_DATADIR}/kxdata7)
+else()
+  message(STATUS "No type library: widl, oaidl.idl or stdole2.tlb is missing")
+endif()
+
+install(TARGETS KXData7 EXPORT KXData7Targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(FILES include/KXData7.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY schema DESTINATION ${CMAKE_INSTALL_DATADIR}/kxdata7 FILES_MATCHING PATTERN "*.sql")
+
+# find_package(KXData7) and KXData7::KXData7
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/KXData7)
+configure_package_config_file(cmake/KXData7Config.cmake.in KXData7Config.cmake INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(KXData7ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(EXPORT KXData7Targets NAMESPACE KXData7:: DESTINATION ${package_dir})
+install(FILES ${PROJECT_BINARY_DIR}/KXData7Config.cmake ${PROJECT_BINARY_DIR}/KXData7ConfigVersion.cmake
+        DESTINATION ${package_dir})
+
+# pkg-config --cflags --libs kxdata7. The paths hang on the file's own place, so that a copied tree works, too.
+file(RELATIVE_PATH prefix_from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+configure_file(cmake/kxdata7.pc.in kxdata7.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/kxdata7.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# A service that works a plant off.
+configure_file(packaging/kxdata7@.service.in kxdata7@.service @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/kxdata7@.service DESTINATION lib/systemd/system)

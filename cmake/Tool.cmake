@@ -1,1 +1,29 @@
-# The command-line client kxdata7.
+# The command-line client kxdata7: everything but its main function is a library, which the tests link, too.
+file(GLOB tool_sources CONFIGURE_DEPENDS tools/*.cpp)
+list(REMOVE_ITEM tool_sources ${PROJECT_SOURCE_DIR}/tools/main.cpp)
+add_library(kxdata7_tool STATIC ${tool_sources} ${PROJECT_BINARY_DIR}/schema_sql.cpp)
+target_include_directories(kxdata7_tool PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+target_link_libraries(kxdata7_tool PUBLIC kxdata7_database ${CMAKE_DL_LIBS})
+
+# The schema files go into the tool, so that it creates plants wherever it stands.
+file(GLOB schema_files CONFIGURE_DEPENDS schema/*.sql)
+set(embed_schema ${PROJECT_SOURCE_DIR}/cmake/EmbedSchema.cmake)
+add_custom_command(
+  OUTPUT ${PROJECT_BINARY_DIR}/schema_sql.cpp
+  COMMAND ${CMAKE_COMMAND} -DOUTPUT=${PROJECT_BINARY_DIR}/schema_sql.cpp -P ${embed_schema} ${schema_files}
+  DEPENDS ${schema_files} ${embed_schema}
+  VERBATIM)
+
+add_executable(kxdata7 tools/main.cpp)
+target_link_libraries(kxdata7 PRIVATE kxdata7_tool)
+target_compile_definitions(kxdata7 PRIVATE KXDATA7_VERSION="${PROJECT_VERSION}")
+# Without the component the tool does only half of its work.
+add_dependencies(kxdata7 KXData7)
+
+# Where the tool finds the library of its own installation, from its folder.
+file(RELATIVE_PATH library_folder /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+set_property(SOURCE ${PROJECT_SOURCE_DIR}/tools/component.cpp APPEND
+             PROPERTY COMPILE_DEFINITIONS KXDATA7_LIBRARY_FOLDER="${library_folder}")
+
+install(TARGETS kxdata7 RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES ${schema_files} DESTINATION ${CMAKE_INSTALL_DATADIR}/kxdata7/schema)

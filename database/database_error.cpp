@@ -38,4 +38,8 @@ DatabaseError TransactionEndedError() {
                        ErrorCategory::kTransactionEnded);
 }
 
+DatabaseError NulInStatementError() { return DatabaseError("The statement holds a NUL character."); }
+
+DatabaseError NulInTextError() { return DatabaseError("A text holds a NUL character."); }
+
 }  // namespace kx

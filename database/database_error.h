@@ -45,5 +45,7 @@ DatabaseError ClosedError();
 DatabaseError RowGoneError();
 DatabaseError UnknownProviderError();
 DatabaseError TransactionEndedError();
+DatabaseError NulInStatementError();
+DatabaseError NulInTextError();
 
 }  // namespace kx

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -29,6 +30,10 @@ enum class SqlTarget {
   kSqlite,
   kPostgres,
 };
+
+// How long a statement outside a transaction waits for another session's lock: as long as twelve attempts to
+// begin a transaction would take.
+constexpr std::chrono::milliseconds kWaitOutsideTransaction{12'000};
 
 // One open link to a database: the seam between the component and the engines, and the place where tests
 // inject faults and count statements. Every operation reports failure by DatabaseError. Closed by its

@@ -18,10 +18,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A writing statement outside a transaction waits for another writer as long as twelve attempts to begin a
-// transaction would.
-constexpr milliseconds kWaitOutsideTransaction{12'000};
-
 struct Options {
   std::string file;
   int open_flags = SQLITE_OPEN_READWRITE;
@@ -178,7 +174,7 @@ void SqliteEngine::Throw(int result, std::string_view sql, const std::string& pr
 
 Prepared& SqliteEngine::Prepare(std::string_view sql) {
   if (const auto found = statements_.find(sql); found != statements_.end()) return found->second;
-  if (sql.find('\0') != std::string_view::npos) throw DatabaseError("The statement holds a NUL character.");
+  if (sql.find('\0') != std::string_view::npos) throw NulInStatementError();
 
   sqlite3_stmt* handle = nullptr;
   const char* tail = nullptr;
@@ -201,7 +197,7 @@ void SqliteEngine::Bind(sqlite3_stmt* statement, std::span<const Value> paramete
     ++index;
     // Texts stay alive until the statement is reset, within the same call.
     const auto bind_text = [&](std::string_view text, sqlite3_destructor_type lifetime) {
-      if (text.find('\0') != std::string_view::npos) throw DatabaseError("A text holds a NUL character.");
+      if (text.find('\0') != std::string_view::npos) throw NulInTextError();
       return sqlite3_bind_text64(statement, index, text.data(), text.size(), lifetime, SQLITE_UTF8);
     };
     int result = SQLITE_OK;

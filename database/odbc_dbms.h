@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "database/engine.h"
+#include "database/odbc_handles.h"
+
+namespace kx {
+
+// An attribute that one driver alone knows.
+struct DriverAttribute {
+  SQLINTEGER attribute;
+  SQLULEN value;
+};
+
+// A database management system that the ODBC engine knows, and all in which it differs from the others.
+struct Dbms {
+  std::string_view name;  // as the driver reports it
+  SqlTarget target = SqlTarget::kNative;
+
+  // What has to stand in the connection string, and how the driver reports back that it is in force.
+  std::string_view connect_option = {};
+  std::string_view connect_option_default = {};
+  std::span<const DriverAttribute> attributes = {};
+  // Run once after connecting; makes a statement wait for another session's lock for a second where the
+  // system can be told so.
+  std::string_view session_setup = {};
+
+  // What stands around an INSERT, and what then asks for the new key; without a query the INSERT returns it.
+  // {key} and {sequence} are the names of the key column and of the table's sequence.
+  std::string_view before_insert = {};
+  std::string_view after_insert = {};
+  std::string_view key_query = {};
+
+  // Whether a commit that failed for a lock left the transaction open.
+  bool commit_can_be_repeated = false;
+  // Whether date-times are stored as texts.
+  bool time_as_text = false;
+
+  // Beside the standard SQLSTATEs: native codes for a lock that another session holds, and for a transaction
+  // that the system rolled back or will not commit.
+  std::span<const std::int32_t> busy_codes = {};
+  std::span<const std::int32_t> ended_codes = {};
+};
+
+// The system of a name, null when it is not known.
+const Dbms* FindDbms(std::string_view name);
+
+// `text` with {key} and {sequence} filled in for a table: the sequence of T_X is S_X.
+std::string FillKeyNames(std::string_view text, std::string_view table, std::string_view key_column);
+
+// What a failure means, by SQLSTATE and the system's own codes.
+bool IsBusy(const Dbms& dbms, const OdbcFailure& failure);
+bool EndsTransaction(const Dbms& dbms, const OdbcFailure& failure);
+bool IsLinkLoss(const OdbcFailure& failure);
+
+}  // namespace kx

@@ -1,0 +1,288 @@
+#include "database/odbc_engine.h"
+
+#include <chrono>
+#include <thread>
+#include <utility>
+
+#include "database/database_error.h"
+#include "database/odbc_dbms.h"
+#include "database/odbc_handles.h"
+#include "database/odbc_statement.h"
+#include "database/utf.h"
+
+namespace kx {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+// Between two attempts, for the systems that refuse a locked row at once.
+constexpr milliseconds kPauseBetweenAttempts{10};
+constexpr SQLULEN kConnectSeconds = 15;
+
+SQLPOINTER AttributeValue(SQLULEN value) { return reinterpret_cast<SQLPOINTER>(value); }
+
+struct Environment {
+  Environment() { SQLSetEnvAttr(handle.get(), SQL_ATTR_ODBC_VERSION, AttributeValue(SQL_OV_ODBC3), 0); }
+  OdbcHandle handle{SQL_HANDLE_ENV, SQL_NULL_HANDLE};
+};
+
+bool IsPartOfWord(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+
+// `text` with `secret` hidden where it stands as a word.
+std::string Hide(std::string text, const std::string& secret) {
+  constexpr std::string_view kHidden = "***";
+  for (std::size_t at = text.find(secret); at != std::string::npos; at = text.find(secret, at)) {
+    const std::size_t end = at + secret.size();
+    if ((at > 0 && IsPartOfWord(text[at - 1])) || (end < text.size() && IsPartOfWord(text[end]))) {
+      at = end;
+    } else {
+      text.replace(at, secret.size(), kHidden);
+      at += kHidden.size();
+    }
+  }
+  return text;
+}
+
+class OdbcEngine final : public Engine {
+ public:
+  explicit OdbcEngine(const ConnectionString& connection_string);
+  ~OdbcEngine() override;
+
+  void Open(const std::string& connection_text);
+
+  SqlTarget target() const override { return dbms_->target; }
+  bool InTransaction() const override { return in_transaction_; }
+  bool IsAlive() const override { return !lost_; }
+
+  Rows Execute(std::string_view sql, std::span<const Value> parameters) override;
+  std::int64_t Insert(std::string_view sql, std::span<const Value> parameters, std::string_view table,
+                      std::string_view key_column) override;
+  void Begin() override;
+  void Commit() override;
+  void Rollback() override;
+
+ private:
+  SQLHANDLE link() const { return connection_.get(); }
+  // Connects and returns the connection string as the driver completed it.
+  std::string Connect(const std::string& text);
+  void Disconnect();
+  void PrepareSession(const std::string& connection_text, const std::string& completed);
+  Rows Run(std::string_view sql, std::span<const Value> parameters);
+  void SetManualCommit(bool manual);
+  void EndTransaction(SQLSMALLINT how);
+  void NoteLinkLoss();
+  void RequireLink() const;
+  // The error for a failure, once it is noted what that means for the link and the transaction.
+  DatabaseError Judge(const OdbcFailure& failure, std::string_view sql = {});
+
+  std::vector<std::string> passwords_;
+  Environment environment_;
+  OdbcHandle connection_{SQL_HANDLE_DBC, environment_.handle.get()};
+  const Dbms* dbms_ = nullptr;
+  bool connected_ = false;
+  // The driver's mode. After a transaction it stays until a statement comes that is in none.
+  bool manual_commit_ = false;
+  bool in_transaction_ = false;
+  bool lost_ = false;
+};
+
+OdbcEngine::OdbcEngine(const ConnectionString& connection_string) {
+  for (const auto& entry : connection_string.entries()) {
+    if ((entry.keyword == "pwd" || entry.keyword == "password") && !entry.value.empty()) {
+      passwords_.push_back(entry.value);
+    }
+  }
+}
+
+OdbcEngine::~OdbcEngine() { Disconnect(); }
+
+void OdbcEngine::Disconnect() {
+  if (!connected_) return;
+  if (manual_commit_) SQLEndTran(SQL_HANDLE_DBC, link(), SQL_ROLLBACK);
+  SQLDisconnect(link());
+  connected_ = false;
+}
+
+std::string OdbcEngine::Connect(const std::string& text) {
+  std::u16string wide = Utf8ToUtf16(text);
+  std::u16string completed(4096, u'\0');
+  SQLSMALLINT length = 0;
+  connection_.Check(SQLSetConnectAttrW(link(), SQL_ATTR_LOGIN_TIMEOUT, AttributeValue(kConnectSeconds), 0));
+  connection_.Check(SQLDriverConnectW(link(), nullptr, ToSqlText(wide), static_cast<SQLSMALLINT>(wide.size()),
+                                      ToSqlText(completed), static_cast<SQLSMALLINT>(completed.size()),
+                                      &length, SQL_DRIVER_NOPROMPT));
+  connected_ = true;
+  completed.resize(std::min(completed.find(u'\0'), completed.size()));
+  return Utf16ToUtf8(completed);
+}
+
+void OdbcEngine::Open(const std::string& connection_text) {
+  if (connection_text.find('\0') != std::string::npos) {
+    throw DatabaseError("The connection string holds a NUL character.");
+  }
+  try {
+    const std::string completed = Connect(connection_text);
+    std::u16string name(128, u'\0');
+    SQLSMALLINT bytes = 0;
+    connection_.Check(SQLGetInfoW(link(), SQL_DBMS_NAME, name.data(),
+                                  static_cast<SQLSMALLINT>(name.size() * sizeof(char16_t)), &bytes));
+    name.resize(std::min(name.find(u'\0'), name.size()));
+    dbms_ = FindDbms(Utf16ToUtf8(name));
+    if (dbms_ == nullptr) {
+      throw DatabaseError("The database system \"" + Utf16ToUtf8(name) + "\" is not supported.");
+    }
+    PrepareSession(connection_text, completed);
+  } catch (const OdbcFailure& failure) {
+    throw Judge(failure);
+  }
+}
+
+void OdbcEngine::PrepareSession(const std::string& connection_text, const std::string& completed) {
+  if (!dbms_->connect_option.empty()) {
+    const auto reports = [&](std::string_view option) {
+      return completed.find(";" + std::string(option) + ";") != std::string::npos;
+    };
+    if (!reports(dbms_->connect_option) && !reports(dbms_->connect_option_default)) {
+      Disconnect();
+      Connect(connection_text + ";" + std::string(dbms_->connect_option));
+    }
+  }
+  for (const DriverAttribute& attribute : dbms_->attributes) {
+    connection_.Check(SQLSetConnectAttrW(link(), attribute.attribute, AttributeValue(attribute.value), 0));
+  }
+  if (!dbms_->session_setup.empty()) Run(dbms_->session_setup, {});
+}
+
+void OdbcEngine::NoteLinkLoss() {
+  SQLUINTEGER dead = SQL_CD_FALSE;
+  SQLGetConnectAttrW(link(), SQL_ATTR_CONNECTION_DEAD, &dead, 0, nullptr);
+  if (dead == SQL_CD_TRUE) lost_ = true;
+  if (lost_) in_transaction_ = false;
+}
+
+void OdbcEngine::RequireLink() const {
+  if (lost_) throw DatabaseError("The link to the database is lost.", ErrorCategory::kGeneral, 0, "08S01");
+}
+
+DatabaseError OdbcEngine::Judge(const OdbcFailure& failure, std::string_view sql) {
+  if (IsLinkLoss(failure)) lost_ = true;
+  NoteLinkLoss();
+  ErrorCategory category = ErrorCategory::kGeneral;
+  if (in_transaction_ && EndsTransaction(*dbms_, failure)) {
+    category = ErrorCategory::kTransactionEnded;
+    SQLEndTran(SQL_HANDLE_DBC, link(), SQL_ROLLBACK);
+    in_transaction_ = false;
+  }
+  if (dbms_ != nullptr && IsBusy(*dbms_, failure)) category = ErrorCategory::kBusy;
+
+  std::string text = failure.text;
+  for (const std::string& password : passwords_) text = Hide(std::move(text), password);
+  DatabaseError error(std::move(text), category, failure.native_code, failure.sqlstate);
+  error.set_statement(std::string(sql));
+  return error;
+}
+
+Rows OdbcEngine::Run(std::string_view sql, std::span<const Value> parameters) {
+  OdbcStatement statement(connection_);
+  for (const Value& parameter : parameters) statement.Bind(parameter, dbms_->time_as_text);
+  return statement.Run(sql);
+}
+
+Rows OdbcEngine::Execute(std::string_view sql, std::span<const Value> parameters) {
+  RequireLink();
+  if (sql.find('\0') != std::string_view::npos) throw NulInStatementError();
+  for (const Value& parameter : parameters) {
+    const auto* text = std::get_if<std::string>(&parameter.data());
+    if (text != nullptr && text->find('\0') != std::string::npos) {
+      throw NulInTextError();
+    }
+  }
+  const auto give_up = steady_clock::now() + kWaitOutsideTransaction;
+  for (;;) {
+    try {
+      if (!in_transaction_) SetManualCommit(false);
+      return Run(sql, parameters);
+    } catch (const OdbcFailure& failure) {
+      const bool was_in_transaction = in_transaction_;
+      const DatabaseError error = Judge(failure, sql);
+      if (!error.busy() || was_in_transaction || steady_clock::now() >= give_up) throw error;
+    }
+    std::this_thread::sleep_for(kPauseBetweenAttempts);
+  }
+}
+
+std::int64_t OdbcEngine::Insert(std::string_view sql, std::span<const Value> parameters,
+                                std::string_view table, std::string_view key_column) {
+  std::string insert(dbms_->before_insert);
+  insert += sql;
+  insert += FillKeyNames(dbms_->after_insert, table, key_column);
+  Rows rows = Execute(insert, parameters);
+  if (!dbms_->key_query.empty()) rows = Execute(FillKeyNames(dbms_->key_query, table, key_column), {});
+  if (rows.count() != 1) throw DatabaseError("The database gave no key for the new row.");
+  return rows.at(0, 0).ToInt32();
+}
+
+void OdbcEngine::SetManualCommit(bool manual) {
+  if (manual == manual_commit_) return;
+  const SQLULEN mode = manual ? SQL_AUTOCOMMIT_OFF : SQL_AUTOCOMMIT_ON;
+  connection_.Check(SQLSetConnectAttrW(link(), SQL_ATTR_AUTOCOMMIT, AttributeValue(mode), 0));
+  manual_commit_ = manual;
+}
+
+void OdbcEngine::Begin() {
+  RequireLink();
+  if (in_transaction_) throw DatabaseError("A transaction is already open.");
+  try {
+    SetManualCommit(true);
+  } catch (const OdbcFailure& failure) {
+    throw Judge(failure);
+  }
+  in_transaction_ = true;
+}
+
+// A driver may report success although the link is gone.
+void OdbcEngine::EndTransaction(SQLSMALLINT how) {
+  connection_.Check(SQLEndTran(SQL_HANDLE_DBC, link(), how));
+  NoteLinkLoss();
+  in_transaction_ = false;
+}
+
+void OdbcEngine::Commit() {
+  RequireLink();
+  if (!in_transaction_) throw TransactionEndedError();
+  try {
+    EndTransaction(SQL_COMMIT);
+  } catch (const OdbcFailure& failure) {
+    const DatabaseError error = Judge(failure);
+    if (in_transaction_ && !(error.busy() && dbms_->commit_can_be_repeated)) {
+      SQLEndTran(SQL_HANDLE_DBC, link(), SQL_ROLLBACK);
+      in_transaction_ = false;
+    }
+    throw error;
+  }
+  RequireLink();
+}
+
+// With the link the transaction is gone, too.
+void OdbcEngine::Rollback() {
+  if (!in_transaction_) return;
+  try {
+    EndTransaction(SQL_ROLLBACK);
+  } catch (const OdbcFailure& failure) {
+    const DatabaseError error = Judge(failure);
+    if (!lost_) throw error;
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<Engine> OpenOdbcEngine(const ConnectionString& connection_string) {
+  auto engine = std::make_unique<OdbcEngine>(connection_string);
+  engine->Open(connection_string.Without("provider"));
+  return engine;
+}
+
+}  // namespace kx

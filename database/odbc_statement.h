@@ -1,0 +1,55 @@
+#pragma once
+
+#include <deque>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "database/engine.h"
+#include "database/odbc_handles.h"
+
+namespace kx {
+
+// One statement, run directly. Raises OdbcFailure.
+class OdbcStatement {
+ public:
+  explicit OdbcStatement(const OdbcHandle& connection) : handle_(SQL_HANDLE_STMT, connection.get()) {}
+
+  // Gives the next `?` its value. Date-times go as texts where the driver would add a fraction to them.
+  void Bind(const Value& value, bool time_as_text);
+
+  // Runs `sql` to the end of its last statement. The rows are those of the first one that has columns.
+  Rows Run(std::string_view sql);
+
+ private:
+  // A parameter's data, which the driver reads while the statement runs.
+  struct Parameter {
+    SQLINTEGER number = 0;
+    SQLBIGINT big_number = 0;
+    SQLDOUBLE real = 0;
+    SQL_TIMESTAMP_STRUCT time{};
+    std::u16string text;
+    SQLLEN indicator = 0;
+  };
+  struct Column {
+    SQLUSMALLINT number;
+    SQLSMALLINT c_type;  // what it is fetched as
+    bool whole_number;   // fetched as a text of digits: drivers know no other form for every size
+  };
+
+  void BindData(Parameter& parameter, SQLSMALLINT c_type, SQLSMALLINT sql_type, SQLULEN size, SQLPOINTER data,
+                SQLLEN bytes);
+  void BindText(Parameter& parameter, std::string_view text);
+  void FetchRows(Rows& rows, SQLSMALLINT column_count);
+  Column Describe(SQLUSMALLINT number, std::string& name) const;
+  Value Fetch(const Column& column) const;
+  template <class Data>
+  bool GetData(const Column& column, Data& data) const;
+  Value FetchText(const Column& column) const;
+  Value FetchWholeNumber(const Column& column) const;
+
+  OdbcHandle handle_;
+  std::deque<Parameter> parameters_;  // addresses stay
+};
+
+}  // namespace kx

@@ -1,0 +1,195 @@
+// What the tool makes of recorded input, and what it lets into the queue.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <time.h>
+
+#include <sstream>
+
+#include "tools/plant.h"
+#include "tools/recorded_input.h"
+
+namespace kx::tool {
+namespace {
+
+std::string Describe(const Recording& recording) {
+  std::string text;
+  for (const RecordedEvent& event : recording.events) {
+    text += std::to_string(event.line) + ' ' + event.time.ToText().substr(11) + ' ' +
+            EventName(event.event.type_code, event.event.time_code, event.event.command_number);
+    if (event.machine) text += " @" + std::to_string(*event.machine);
+    text += event.param.empty() ? "\n" : " <" + event.param + ">\n";
+  }
+  for (const BadLine& bad : recording.bad_lines)
+    text += std::to_string(bad.line) + " bad: " + bad.reason + '\n';
+  return text;
+}
+
+std::string Csv(const std::string& text) {
+  std::istringstream input(text);
+  return Describe(ReadCsv(input));
+}
+
+std::string Shdr(const std::string& text) {
+  std::istringstream input(text);
+  return Describe(ReadShdr(input));
+}
+
+TEST(CsvInput, ReadsColumnsInAnyOrderWithQuotesCommentsAndEitherLineEnd) {
+  EXPECT_EQ(Csv("\xEF\xBB\xBFmachine,event,param,time\r\n"
+                "# a remark, with a comma\n"
+                "\n"
+                "3,part start,\"P \"\"A\"\", 7\",2026-01-12 06:00:00\r\n"
+                ",scrap,5.17,2026-01-12T06:00:01.999\n"
+                "4,custom 12 start,,2026-01-12 06:00"),
+            "4 06:00:00 part start @3 <P \"A\", 7>\n"
+            "5 06:00:01 scrap <5.17>\n"
+            "6 06:00:00 custom 12 start @4\n");
+}
+
+TEST(CsvInput, ReportsBadLinesAndGoesOn) {
+  EXPECT_EQ(Csv("time,event,machine\n"
+                "2026-02-30 06:00:00,good,1\n"
+                "2026-01-12 06:00:00,\"good,1\n"
+                "2026-01-12 06:00:00,goods,1\n"
+                "2026-01-12 06:00:00,cycle,1\n"
+                "2026-01-12 06:00:00,good,one\n"
+                "2026-01-12 06:00:00,good,1,2\n"
+                "2026-01-12 06:00:00\n"
+                "2026-01-12 06:00:00,good\n"),
+            "9 06:00:00 good\n"
+            "2 bad: \"2026-02-30 06:00:00\" is no date and time\n"
+            "3 bad: a quote is not closed\n"
+            "4 bad: there is no event \"goods\"\n"
+            "5 bad: there is no event \"cycle\"\n"
+            "6 bad: \"one\" is no machine number\n"
+            "7 bad: there are more fields than columns\n"
+            "8 bad: there is no event \"\"\n");
+}
+
+TEST(CsvInput, NeedsAFirstLineThatNamesTheColumns) {
+  for (const char* head : {"", "2026-01-12 06:00:00,good\n", "time,param\n", "time,event,time\n"})
+    EXPECT_THROW(Csv(head + std::string("2026-01-12 06:00:00,good,1\n")), ToolError) << head;
+}
+
+TEST(ShdrInput, TurnsChangesIntoEvents) {
+  EXPECT_EQ(Shdr("* PONG 10000\n"
+                 "2026-01-12T06:00:00.1|pexecution|ACTIVE|load|12\n"
+                 "2026-01-12T06:00:01.9|Xload|13|pexecution|ACTIVE\n"
+                 "2026-01-12T06:01:00|execution|READY|part_count|3\n"
+                 "2026-01-12T06:01:01|part_count|5\n"
+                 "2026-01-12T06:01:02|part_count|0|estop|ARMED\n"
+                 "2026-01-12T06:01:03|ppartcount|1|pestop|TRIGGERED\n"
+                 "2026-01-12T06:01:04|estop|ARMED\n"
+                 "2026-01-12T06:01:05|program|UNAVAILABLE|p1program|\n"
+                 "2026-01-12T06:01:06|program|A\n"
+                 "2026-01-12T06:01:07|program|A\n"),
+            "2 06:00:00 cycle start\n"
+            "4 06:01:00 cycle end\n"
+            "5 06:01:01 good <2>\n"
+            "7 06:01:03 good <1>\n"
+            "7 06:01:03 machine downtime start\n"
+            "8 06:01:04 machine downtime end\n"
+            "10 06:01:06 part start <A>\n");
+}
+
+// A part must start before the cycle that makes it, and a count belongs to the part before.
+TEST(ShdrInput, OrdersWhatOneLineTells) {
+  EXPECT_EQ(Shdr("2026-01-12T06:00:00|partcount|0|execution|READY\n"
+                 "2026-01-12T06:00:01|execution|ACTIVE|program|A\n"
+                 "2026-01-12T06:00:02|program|B|partcount|1|execution|STOPPED\n"),
+            "2 06:00:01 part start <A>\n"
+            "2 06:00:01 cycle start\n"
+            "3 06:00:02 cycle end\n"
+            "3 06:00:02 good <1>\n"
+            "3 06:00:02 part start <B>\n");
+}
+
+TEST(ShdrInput, TakesStartingValuesFromAnOpeningLine) {
+  EXPECT_EQ(
+      Shdr("2026-01-12T06:00:00|avail|AVAILABLE|execution|ACTIVE|program|A|partcount|7|estop|TRIGGERED\n"
+           "2026-01-12T06:00:01|partcount|8|execution|READY\n"
+           "2026-01-12T06:00:02|avail|AVAILABLE|program|A|partcount|20\n"
+           "2026-01-12T06:00:03|estop|ARMED\n"),
+      "1 06:00:00 part start <A>\n"
+      "2 06:00:01 cycle end\n"
+      "2 06:00:01 good <1>\n"
+      "4 06:00:03 machine downtime end\n");
+}
+
+TEST(ShdrInput, ReportsBadLinesAndLeavesThemOut) {
+  EXPECT_EQ(Shdr("2026-01-12T06:00:00|partcount|1\n"
+                 "yesterday|partcount|2\n"
+                 "2026-01-12T06:00:01\n"
+                 "2026-01-12T06:00:02|execution|ACTIVE|program\n"
+                 "2026-01-12T06:00:03|partcount|many\n"
+                 "2026-01-12T06:00:04|partcount|2\n"),
+            "6 06:00:04 good <1>\n"
+            "2 bad: \"yesterday\" is no date and time\n"
+            "3 bad: a key and its value are missing\n"
+            "4 bad: the key \"program\" has no value\n"
+            "5 bad: \"many\" is no part count\n");
+}
+
+TEST(RecordedTime, TurnsUtcIntoPlantTimeByTheZoneOfTheProcess) {
+  const char* const zone = getenv("TZ");
+  const std::string zone_before = zone == nullptr ? "" : zone;
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+  tzset();
+  EXPECT_EQ(ParseRecordedTime("2026-01-12T23:30:00.9Z"), DateTime(2026, 1, 13, 0, 30, 0));
+  EXPECT_EQ(ParseRecordedTime("2026-07-12T06:00:00Z"), DateTime(2026, 7, 12, 8, 0, 0));
+  EXPECT_EQ(ParseRecordedTime("2026-07-12T06:00:00"), DateTime(2026, 7, 12, 6, 0, 0));
+  if (zone == nullptr) {
+    unsetenv("TZ");
+  } else {
+    setenv("TZ", zone_before.c_str(), 1);
+  }
+  tzset();
+}
+
+TEST(Events, GoByOneNameAndToOneHandler) {
+  struct Case {
+    const char* name;
+    NamedEvent event;
+    const char* handler;
+  };
+  for (const auto& [name, event, handler] :
+       {Case{"logon start", {4, 0}, "DoLogonStart"}, Case{"operation end", {7, 1}, "DoOpEnd"},
+        Case{"machine downtime start", {11, 0}, "DoMachineDowntimeStart"},
+        Case{"user downtime end", {12, 1}, "DoUserDowntimeEnd"}, Case{"good", {13, 0}, "DoGoodPartCount"},
+        Case{"scrap", {14, 0}, "DoScrappedPartCount"},
+        Case{"custom 77 start", {kCustom, 0, 77}, "DoCustomStart"},
+        Case{"custom 77", {kCustom, 2, 77}, "DoCustomBoth"}}) {
+    EXPECT_EQ(ParseEventName(name), event) << name;
+    EXPECT_EQ(EventName(event.type_code, event.time_code, 77), name);
+    EXPECT_EQ(HandlerName(event.type_code, event.time_code, 77), handler);
+  }
+  EXPECT_EQ(HandlerName(9, 2, 9), "");
+  EXPECT_EQ(HandlerName(-1, -1, -1), "HandleExpiredShifts");
+  for (const char* name :
+       {"custom", "custom x", "custom 7 both", "good start", "Cycle start", "cycle  start"})
+    EXPECT_THROW(ParseEventName(name), ToolError) << name;
+}
+
+TEST(Events, RefuseParametersThatWouldStopTheQueue) {
+  constexpr std::int32_t kGood = 13;
+  constexpr std::int32_t kScrap = 14;
+  constexpr std::int32_t kPart = 6;
+  for (const char* param : {"", "x", "32767", "-32768", "1e4", "0.5"})
+    EXPECT_NO_THROW(RequireUsableParam(kGood, param));
+  for (const char* param : {"32768", "1e400", "-32769"})
+    EXPECT_THROW(RequireUsableParam(kGood, param), ToolError) << param;
+  EXPECT_NO_THROW(RequireUsableParam(kScrap, "5.99999"));
+  EXPECT_THROW(RequireUsableParam(kScrap, "-32768.17"), ToolError);
+  EXPECT_NO_THROW(RequireUsableParam(kPart, "99999"));
+  EXPECT_NO_THROW(RequireUsableParam(kPart, "Zoë \"\\;-- 部品"));
+  for (const std::string& param : {std::string("a'b"), std::string("a\0b", 3), std::string("\xC3(")})
+    EXPECT_THROW(RequireUsableParam(kPart, param), ToolError);
+}
+
+TEST(SchemaFiles, SplitAtSemicolonsThatEndALine) {
+  const std::vector<std::string> expected = {"a (';x')\n", "b\n"};
+  EXPECT_EQ(SplitStatements("-- head; not code;\na (';x');\n\n-- tail;\r\nb;\r\n-- end"), expected);
+}
+
+}  // namespace
+}  // namespace kx::tool

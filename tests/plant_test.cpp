@@ -1,0 +1,177 @@
+// Connection, queue, dispatch, cycles and shift changes.
+
+#include <gtest/gtest.h>
+
+#include "component/messages.h"
+#include "database/sqlite_engine.h"
+#include "tests/support/plant.h"
+
+namespace kx::test {
+namespace {
+
+class PlantTest : public testing::TestWithParam<int> {
+ protected:
+  Plant plant{GetParam()};
+  Component& component = plant.component;
+};
+
+INSTANTIATE_TEST_SUITE_P(DatabaseTypes, PlantTest, testing::Values(0, 1, 2));
+
+constexpr const char* kQueue =
+    "select DEPT_ID, LOCATION_ID, GROUP_ID, MACHINE_ID, COMMAND_ID, COMMAND_TIME_CODE, PARAM1 from "
+    "T_SFC_MDC_LOG "
+    "order by MDC_LOG_ID";
+
+TEST_P(PlantTest, AppendsQueueWhatTheClientSaid) {
+  const Outcome done{true, ""};
+  const std::string before = plant.Query("select datetime('now', 'localtime')");
+  EXPECT_EQ(component.Append(1, 2, 3, 1, 109, "", 0), done);
+  EXPECT_EQ(component.Append(1, 2, 3, 1, 0, "", 2), done);
+  EXPECT_EQ(component.Append(-1, 2, 3, 2, 104, " Zoë 日本 #1/2/2026# with (NOLOCK) ", 0), done);
+  EXPECT_EQ(component.Append(1, 2, 3, 1, -1, "x", 0), done);
+  EXPECT_EQ(component.Append(1, 2, 3, 1, -1, "", 0), done) << "one refresh a machine";
+  EXPECT_EQ(component.Append(1, 2, 3, 2, -1, "", 0), done);
+  EXPECT_EQ(component.Append(1001, 1002, 1003, 1002, 1105, "007", 1, true), done);
+  EXPECT_EQ(component.Append(1, 1002, 77, 1001, 77, "", 1, true), done)
+      << "an unknown command asks for a refresh";
+  EXPECT_EQ(component.Append(1001, 1002, 1003, 77, 1109, "", 1, true), done);
+  EXPECT_EQ(plant.Query(kQueue),
+            "1|2|3|1|109|0|-;1|2|3|1|0|2|-;-1|2|3|2|104|0| Zoë 日本 #1/2/2026# with (NOLOCK) ;1|2|3|1|-|-|-;"
+            "1|2|3|2|-|-|-;1|2|3|2|105|1|007;1|2|3|-1|109|1|-");
+  EXPECT_EQ(plant.Query("select count(*) from T_SFC_MDC_LOG where TIME_STAMP not between '" + before +
+                        "' and datetime('now', 'localtime') or length(TIME_STAMP) != 19"),
+            "0");
+  LONG count = 0;
+  EXPECT_EQ(component->GetMDCLogCount(&count), S_OK);
+  EXPECT_EQ(count, 7);
+  EXPECT_TRUE(component.IsConnected());
+}
+
+TEST_P(PlantTest, AppendsTryTwentyTimes) {
+  EXPECT_EQ(component.Append(1, 2, 3, 1, 104, "O'Neill", 0), (Outcome{false, ""}));
+  EXPECT_EQ(plant.host.watch.begins, 20);
+  EXPECT_GE(plant.host.paused, std::chrono::milliseconds(19 * 2900));
+  EXPECT_EQ(plant.Query(kQueue), "");
+
+  plant.host.watch.begins = 0;
+  plant.host.watch.FailAll(EngineCall::kCommit, ErrorCategory::kBusy);
+  EXPECT_EQ(component.Append(1, 2, 3, 1, 104, "anna", 0), (Outcome{false, ""}));
+  EXPECT_EQ(plant.host.watch.begins, 20);
+  EXPECT_EQ(plant.Query(kQueue), "");
+
+  // Each of the twenty attempts tries twelve times to begin.
+  plant.host.watch.begins = 0;
+  plant.host.watch.FailAll(EngineCall::kBegin, ErrorCategory::kBusy);
+  EXPECT_EQ(component.Append(1, 2, 3, 1, 104, "anna", 0),
+            (Outcome{false, FormatResourceMessage(message::kAppendNoTransaction)}));
+  EXPECT_EQ(plant.host.watch.begins, 20 * 12);
+
+  plant.host.watch.FailNth(5, ErrorCategory::kBusy);
+  EXPECT_EQ(component.Append(1, 2, 3, 1, 104, "anna", 0), (Outcome{true, ""}));
+  EXPECT_EQ(plant.Query(kQueue), "1|2|3|1|104|0|anna");
+}
+
+TEST_P(PlantTest, EventsAreWorkedOffInTheirOrder) {
+  EXPECT_EQ(component.Next(), (Outcome{false, ""}));
+  const std::string untouched = plant.Snapshot();
+  // None of these has a handler; all but the last two have no command any more or never had one.
+  plant.QueueRow(Moment("08:00"), 1, 109, 2, "");
+  plant.QueueRow(Moment("08:00"), 1, 104, -1, "");
+  plant.QueueRow(Moment("08:00"), 1, 120, 3, "");
+  plant.QueueRow(Moment("08:00"), 1, 999, 7, "");
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(component.Next(), (Outcome{true, ""}));
+  EXPECT_EQ(plant.Snapshot(), untouched);
+  // The key decides, not the time; a command that is gone is the site's own.
+  plant.Execute("delete from T_SFC_COMMAND where COMMAND_ID = 120");
+  plant.Run("09:00 door start late; 08:00 door end");
+  EXPECT_EQ(plant.Query("select substr(START_TIME, 12), substr(STOP_TIME, 12), PARAM1 from T_SFC_EVENT"),
+            "09:00:00|08:00:00|late");
+  // A row that fails holds the others up.
+  plant.Queue("09:00 job start O'Neill; 09:01 door both");
+  const std::string before = plant.Snapshot();
+  for (int i = 0; i < 2; ++i) {
+    const Outcome outcome = component.Next();
+    EXPECT_FALSE(outcome.done);
+    EXPECT_NE(outcome.error, "");
+    EXPECT_EQ(plant.Snapshot(), before);
+  }
+  plant.Execute("delete from T_SFC_MDC_LOG where PARAM1 like 'O%'");
+  plant.ProcessAll();
+}
+
+struct CycleCase {
+  const char* script;
+  const char* totals;  // finished, unfinished, cycle minutes, setup, teardown, idle hours; starts; status
+};
+
+TEST_P(PlantTest, Cycles) {
+  constexpr const char* kTotals =
+      "select FINISHED_CYCLES, UNFINISHED_CYCLES, CYCLE_TIME, SETUP_TIME, TEARDOWN_TIME, IDLE_TIME, "
+      "substr(CYCLE_START_TIME, 12, 5), substr(SETUP_START_TIME, 12, 5), substr(IDLE_START_TIME, 12, 5), "
+      "m.STATUS_CODE, substr(STATUS_DATE, 12, 5) from T_SFC_MACHINE_DATA d join T_SFC_MACHINE m on "
+      "m.MACHINE_DATA_ID = d.MACHINE_DATA_ID where m.MACHINE_ID = 1";
+  const CycleCase cases[] = {
+      {"08:00 cycle end", "0|0|0|0|0|0|-|-|-|0|06:00"},
+      {"08:00 cycle start", "0|0|0|0|0|0|08:00|-|-|2|08:00"},
+      {"08:00 cycle start; 08:01:30 cycle end", "1|0|1.5|0|0|0|-|-|08:01|0|08:01"},
+      {"08:00 cycle start; 08:03 cycle start; 08:05 cycle end", "1|1|5|0|0|0|-|-|08:05|0|08:05"},
+      {"08:00 cycle start; 08:06 cycle end; 08:36 cycle start", "1|0|6|0|0|0.5|08:36|-|-|2|08:36"},
+      {"08:00 cycle start; 07:59 cycle end", "1|0|-1|0|0|0|-|-|07:59|0|07:59"},
+      {"08:00 part start P1; 08:10 setup start; 08:40 cycle start", "0|0|0|0.5|0|0|08:40|-|-|2|08:40"},
+      {"08:00 part start P1; 08:10 teardown start; 08:40 cycle start", "0|0|0|0|0.5|0|08:40|-|-|2|08:40"},
+      {"08:00 part start P1; 08:10 down start D2; 08:40 cycle start", "0|0|0|0|0|0|08:40|-|-|2|08:40"},
+  };
+  plant.Save();
+  for (const CycleCase& test : cases) {
+    plant.Restore();
+    plant.Run(test.script);
+    EXPECT_EQ(plant.Query(kTotals), test.totals) << test.script;
+    EXPECT_EQ(plant.Breaches(), "") << test.script;
+  }
+  EXPECT_EQ(plant.Query("select substr(STOP_TIME, 12), DURATION from T_SFC_DT_PER_MACHINE_DATA"),
+            "08:40:00|0.5");
+}
+
+TEST_P(PlantTest, CycleLock) {
+  const CycleCase cases[] = {
+      {"08:10 setup start", "update T_SFC_OPTION set BOOL_VAL = 1 where OPTION_CODE = 4"},
+      {"08:10 teardown start", "update T_SFC_OPTION set BOOL_VAL = 1 where OPTION_CODE = 5"},
+      {"08:10 down start D0", nullptr},
+      {"08:10 down start D2", "update T_SFC_DOWNTIME_CODE set CYCLE_STATUS_LOCK = 1"},
+      // A user downtime beside the machine's does not make the lock ambiguous.
+      {"08:10 userdown start D2; 08:11 down start D0", nullptr},
+  };
+  plant.Run("08:00 part start P1");
+  plant.Save();
+  for (const auto& [script, lock] : cases) {
+    for (const bool locked : {true, false}) {
+      plant.Restore();
+      if (!locked) plant.Execute("update T_SFC_DOWNTIME_CODE set CYCLE_STATUS_LOCK = NULL");
+      if (locked && lock != nullptr) plant.Execute(lock);
+      plant.Run(script);
+      const std::string before = plant.Snapshot();
+      plant.Run("08:20 cycle start; 08:30 cycle end");
+      EXPECT_EQ(plant.Snapshot() == before, locked) << script;
+    }
+  }
+}
+
+constexpr const char* kChain =
+    "select substr(START_TIME, 9, 8), substr(STOP_TIME, 9, 8), SHIFT_ID, substr(SHIFT_END, 9, 8), "
+    "substr(CHART_DATE, 9, 2), STATUS_CODE from T_SFC_MACHINE_DATA where MACHINE_ID = 1 order by "
+    "MACHINE_DATA_ID";
+
+TEST_P(PlantTest, ShiftsExpire) {
+  plant.Run("14:00 refresh");
+  EXPECT_EQ(plant.Query(kChain), "12 06:00|-|1|12 14:00|12|0")
+      << "a shift that ends at the moment is not over";
+  plant.Run("Tue 06:30 refresh");
+  EXPECT_EQ(
+      plant.Query(kChain),
+      "12 06:00|12 14:00|1|12 14:00|12|2;12 14:00|12 22:00|2|12 22:00|12|2;12 22:00|13 06:00|3|13 06:00|12|2;"
+      "13 06:00|-|1|13 14:00|13|0");
+  EXPECT_EQ(plant.Query("select MACHINE_DATA_ID from T_SFC_MACHINE order by MACHINE_ID"), "6;2;3");
+}
+
+}  // namespace
+}  // namespace kx::test

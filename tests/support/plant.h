@@ -1,0 +1,112 @@
+#pragma once
+
+#include <KXData7.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "component/host.h"
+#include "database/connection.h"
+#include "tests/support/com_object.h"
+#include "tests/support/faulty_engine.h"
+
+namespace kx::test {
+
+// A folder of its own under the system's temporary folder, removed at the end.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~TemporaryFolder();
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// The process's host with a clock that only pauses move, and watched engines.
+class FakeHost {
+ public:
+  FakeHost();
+  FakeHost(const FakeHost&) = delete;
+  FakeHost& operator=(const FakeHost&) = delete;
+  ~FakeHost() { ProcessHost() = before_; }
+
+  EngineWatch watch;
+  std::chrono::milliseconds paused{0};
+
+ private:
+  Host before_ = ProcessHost();
+};
+
+struct Outcome {
+  bool done = false;
+  std::string error;
+  friend bool operator==(const Outcome&, const Outcome&) = default;
+};
+
+// The component as a client has it: created by the class factory, driven through its interface.
+class Component {
+ public:
+  Outcome Connect(std::string_view connection_string, int database_type);
+  Outcome Next();
+  Outcome Append(int dept, int location, int group, int machine, int command, std::string_view param,
+                 int time_code, bool by_number = false);
+  bool IsConnected();
+  _CKXData7Obj* operator->() { return object_.get(); }
+
+ private:
+  kxdata7::ComPtr<_CKXData7Obj> object_ = CreateObject();
+};
+
+// "08:00", "08:00:30", "Tue 08:00" in the week of Monday 2026-01-12 as a full text.
+std::string Moment(std::string_view text);
+
+// A plant on SQLite with three machines, each in the early shift since Monday 06:00 with record number
+// MACHINE_ID, and the component connected to it. COMMAND_ID is 100 + type, VELKARIS_IDs are 1000 + id.
+// Shifts from Monday to Friday: 1 06-14, 2 14-22, 3 22-06. Users anna, bert (shift 3), Zoë. Jobs J1 (parts
+// P2, P1 in this order) and J2 (none). Operations O10, O20. Downtime codes D0 (machine, locks cycles), D1
+// (user), D2 (both). Scrap codes 17, and 99 as the default.
+class Plant {
+ public:
+  explicit Plant(int database_type);
+
+  // Queues the events of a script, separated by ";": moment, "#n" for another machine than 1, the command's
+  // name, "start", "end" or "both" (not for good and scrap), the parameter.
+  void Queue(std::string_view script);
+  void QueueRow(std::string_view moment, int machine, int command, int time_code, std::string_view param);
+  // Works the queue off; every event must be applied.
+  void Run(std::string_view script);
+  void ProcessAll();
+
+  // Rows as "a|b;c|d", NULL as "-".
+  std::string Query(std::string_view sql);
+  double Number(std::string_view sql);
+  void Execute(std::string_view sql) { db.ExecuteDirect(sql); }
+  // Every row of every table that the component writes.
+  std::string Snapshot();
+  // What must hold at any time, as a list of breaches: one open record a machine, the one it points at; each
+  // record starts where its predecessor stopped; at most one running event a machine and command.
+  std::string Breaches();
+
+  // Puts the plant aside, and back as it was then with the component connected anew.
+  void Save();
+  void Restore();
+  std::string connection_string() const { return "Provider=SQLite;Synchronous=Normal;Data Source=" + file(); }
+  std::string file() const { return (folder_.path() / "plant.db").string(); }
+
+  FakeHost host;
+  Connection db{OpenEngine};  // the test's own link
+  Component component;
+
+ private:
+  void Connect();
+  TemporaryFolder folder_;
+  int database_type_;
+};
+
+}  // namespace kx::test

@@ -1,0 +1,379 @@
+// The tool as an operator runs it: its executable, on plants in a temporary folder, through the component.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "database/connection.h"
+#include "database/database_error.h"
+#include "tools/recorded_input.h"
+
+namespace kx::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+using CsvRow = std::map<std::string, std::string>;
+
+std::string ReadFile(const fs::path& file) {
+  std::ifstream input(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(input), {}};
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream input(text);
+  for (std::string line; std::getline(input, line);) lines.push_back(line);
+  return lines;
+}
+
+class ToolTest : public ::testing::Test {
+ protected:
+  struct Result {
+    int status;
+    std::string output;
+    std::string errors;
+  };
+
+  ToolTest() {
+    std::string name = (fs::temp_directory_path() / "kxdata7-test-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+    folder_ = name;
+  }
+  ~ToolTest() override { fs::remove_all(folder_); }
+
+  // Runs the tool in the temporary folder, with the arguments as a shell reads them.
+  Result Run(const std::string& arguments) {
+    const std::string command =
+        "cd '" + folder_.string() +
+        "' && >output 2>errors </dev/null env -u KXDATA7_LIBRARY TZ=UTC '" KXDATA7_TOOL "' " + arguments;
+    const int status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder_ / "output"),
+            ReadFile(folder_ / "errors")};
+  }
+
+  // The same for a run that must succeed in silence on the standard error. Returns what it printed.
+  std::string Do(const std::string& arguments) {
+    const Result result = Run(arguments);
+    EXPECT_EQ(result.status, 0) << arguments << '\n' << result.errors;
+    EXPECT_EQ(result.errors, "") << arguments;
+    return result.output;
+  }
+
+  std::vector<CsvRow> DoCsv(const std::string& arguments) {
+    std::vector<CsvRow> rows;
+    const auto lines = Lines(Do(arguments + " --csv"));
+    const auto split = [](const std::string& line) {
+      std::vector<std::string> fields;
+      std::istringstream input(line + ",");
+      for (std::string field; std::getline(input, field, ',');) fields.push_back(field);
+      return fields;
+    };
+    for (std::size_t i = 1; i < lines.size(); ++i) {
+      const auto titles = split(lines[0]);
+      const auto fields = split(lines[i]);
+      auto& row = rows.emplace_back();
+      for (std::size_t column = 0; column < titles.size(); ++column) row[titles[column]] = fields.at(column);
+    }
+    return rows;
+  }
+
+  // A failing run: one line on the standard error that holds `expected`.
+  void ExpectError(const std::string& arguments, const std::string& expected) {
+    const Result result = Run(arguments);
+    EXPECT_GT(result.status, 0) << arguments;
+    EXPECT_EQ(Lines(result.errors).size(), 1U) << arguments << '\n' << result.errors;
+    EXPECT_TRUE(result.errors.starts_with("kxdata7: ")) << result.errors;
+    EXPECT_NE(result.errors.find(expected), std::string::npos) << arguments << '\n' << result.errors;
+  }
+
+  void Write(const char* file, const std::string& text) {
+    std::ofstream(folder_ / file, std::ios::binary) << text;
+  }
+
+  Value Query(const std::string& sql, const char* plant = "plant.db") {
+    Connection connection;
+    connection.Open("Provider=SQLite;Data Source=" + (folder_ / plant).string());
+    const Rows rows = connection.ExecuteDirect(sql);
+    return rows.count() == 0 ? Value() : rows.at(0, 0);
+  }
+
+  fs::path folder_;
+};
+
+TEST_F(ToolTest, CreatesAPlantAndCompletesAnExistingOne) {
+  const std::string name = "\"it's a \\\"plant\\\";x.db\"";
+  Do("create " + name + " --demo --start 2026-01-12");
+  EXPECT_TRUE(fs::exists(folder_ / "it's a \"plant\";x.db"));
+  const auto machines = DoCsv("status " + name);
+  ASSERT_GE(machines.size(), 4U);
+  for (const CsvRow& machine : machines) {
+    EXPECT_EQ(machine.at("status"), "idle");
+    EXPECT_EQ(machine.at("since"), "2026-01-12 00:00:00");
+  }
+  const std::string records = Do("records " + name);
+
+  Do("create " + name);
+  EXPECT_EQ(Do("records " + name), records);
+  ExpectError("create " + name + " --demo", "in use");
+  EXPECT_EQ(Do("records " + name), records);
+
+  Do("create plant.db");
+  EXPECT_EQ(DoCsv("status plant.db").size(), 0U);
+  EXPECT_EQ(Query("select count(*) from T_SFC_OPTION where BOOL_VAL = 0").ToInt32(), 3);
+  Query("update T_SFC_OPTION set BOOL_VAL = 1 where OPTION_CODE = 4");
+  Do("create plant.db");
+  EXPECT_EQ(Query("select sum(BOOL_VAL) from T_SFC_OPTION").ToInt32(), 1);
+}
+
+TEST_F(ToolTest, AddsAMachineWithItsFirstRecord) {
+  Do("create plant.db --demo");
+  Do("machine add plant.db --name 'Säge 1' --number 301 --dept 20 --location 2 --group 20 --dnc "
+     "--start '2026-01-12 05:30'");
+  const auto records = DoCsv("records plant.db --dnc --machine 301");
+  ASSERT_EQ(records.size(), 1U);
+  EXPECT_EQ(records[0].at("start"), "2026-01-12 05:30:00");
+  EXPECT_EQ(records[0].at("chart_date"), "2026-01-12");
+  EXPECT_EQ(records[0].at("shift"), "");
+  EXPECT_EQ(records[0].at("status"), "open");
+  EXPECT_EQ(DoCsv("records plant.db --day 2026-01-12").size(), 1U);
+  ExpectError("machine add plant.db --name X --dept 20 --dnc --group 21", "no group with the DNC number 21");
+  EXPECT_EQ(DoCsv("status plant.db").size(), 5U);
+}
+
+TEST_F(ToolTest, QueuesEventsAndWorksThemOff) {
+  Do("create plant.db --demo");
+  EXPECT_EQ(Do("process plant.db"), "Nothing waits.\n");
+  Do("append plant.db --machine 1 --event 'part start' --param 'Größe 7'");
+  Do("append plant.db --dnc --machine 101 --event 'cycle start'");
+  Do("append plant.db --dnc --machine 102 --event 'custom 100 start' --dept 20 --dialect sqlserver");
+  Do("append plant.db --machine 2 --event refresh");
+  Do("append plant.db --machine 2 --event refresh");
+  const auto queue = DoCsv("queue plant.db");
+  ASSERT_EQ(queue.size(), 4U);
+  EXPECT_EQ(queue[0].at("event"), "part start");
+  EXPECT_EQ(queue[0].at("param"), "Größe 7");
+  EXPECT_EQ(queue[1].at("event"), "cycle start");
+  EXPECT_EQ(queue[1].at("machine"), "1");
+  EXPECT_EQ(queue[2].at("event"), "custom 12 start");
+  EXPECT_EQ(queue[3].at("event"), "refresh");
+  EXPECT_EQ(Query("select DEPT_ID * 100 + LOCATION_ID from T_SFC_MDC_LOG where MACHINE_ID = 2").ToInt32(),
+            201);
+
+  const std::string first = Do("process plant.db");
+  EXPECT_TRUE(first.starts_with("Applied row 1 (part start, machine 1, ")) << first;
+  EXPECT_EQ(DoCsv("queue plant.db").size(), 3U);
+  const std::string rest = Do("process plant.db --all --dialect access");
+  EXPECT_TRUE(rest.starts_with("Applied 3 of 3 events in ")) << rest;
+  EXPECT_EQ(Lines(Do("queue plant.db")).size(), 1U);
+
+  const auto status = DoCsv("status plant.db");
+  EXPECT_EQ(status.at(0).at("status"), "in cycle");
+  EXPECT_EQ(status.at(0).at("part"), "Größe 7");
+  EXPECT_EQ(Query("select count(*) from T_SFC_MACHINE_EVENT where COMMAND_ID = 12").ToInt32(), 1);
+}
+
+TEST_F(ToolTest, RefusesWhatCannotBeDone) {
+  Do("create plant.db --demo");
+  Write("text.db", "This is no database, only a text that is long enough to be taken for one. Really. Yes.");
+  const std::string append = "append plant.db --machine 1 --event ";
+  ExpectError("append plant.db --machine 9 --event good", "no machine with the id 9");
+  ExpectError("append plant.db --machine 9 --event good --dnc", "no machine with the DNC number 9");
+  ExpectError(append + "'cycle begin'", "no event \"cycle begin\"");
+  ExpectError(append + "'custom 99'", "no command with the id 99");
+  ExpectError(append + "good --dept 99", "no dept with the id 99");
+  ExpectError(append + "'part start' --param \"P'1\"", "apostrophe");
+  ExpectError(append + "'part start' --param \"$(printf 'P\\377')\"", "UTF-8");
+  ExpectError(append + "good --param 40000", "40000");
+  ExpectError(append + "good --library nowhere/libKXData7.so", "nowhere/libKXData7.so");
+  ExpectError(append + "good --dialect mysql", "mysql");
+  ExpectError("import plant.db nowhere.csv", "nowhere.csv");
+  ExpectError("import plant.db text.db --machine 1", "text.db");
+  ExpectError("queue nowhere.db", "nowhere.db");
+  ExpectError("process .", "cannot open");
+  ExpectError("status text.db", "text.db");
+  ExpectError("explain plant.db 7", "row 7");
+  ExpectError("records plant.db --day yesterday", "yesterday");
+  ExpectError("records plant.db --machine 9", "no machine");
+  ExpectError("", "subcommand");
+  ExpectError("records plant.db --csv >/dev/full", "could not be written");
+  EXPECT_FALSE(fs::exists(folder_ / "nowhere.db"));
+  EXPECT_EQ(DoCsv("queue plant.db").size(), 0U);
+
+  const Result secret = Run("status 'Driver={No Such Driver};Server=x;Uid=u;Pwd=geheim'");
+  EXPECT_GT(secret.status, 0);
+  EXPECT_EQ((secret.output + secret.errors).find("geheim"), std::string::npos) << secret.errors;
+}
+
+TEST_F(ToolTest, ImportReportsBadLinesAndQueuesTheOthers) {
+  Do("create plant.db --demo");
+  Write("day.csv",
+        "time,event,param,machine\n"
+        "2026-01-12 06:00:00,part start,\"A, \"\"B\"\"\",1\n"
+        "2026-01-12 06:00:01,part start,it's,1\n"
+        "2026-01-12 06:00:02,cycle start,,99\n"
+        "2026-01-12 06:00:03,custom 12,,2\n"
+        "2026-01-12 06:00:04,custom 99,,2\n"
+        "noon,cycle end,,1\n"
+        "2026-01-12 06:00:05,good,70000,1\n"
+        "2026-01-12 06:00:06,refresh,,1\n"
+        "2026-01-12 06:00:07,cycle end\n" +
+            std::string("2026-01-12 06:00:08,part start,A\0B,1\n", 37));
+  const Result result = Run("import plant.db day.csv");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.output, "Queued 3 events from day.csv, refused 7 lines.\n");
+  const auto errors = Lines(result.errors);
+  ASSERT_EQ(errors.size(), 7U) << result.errors;
+  const std::vector<int> expected = {3, 4, 6, 7, 8, 10, 11};
+  for (std::size_t i = 0; i < errors.size(); ++i)
+    EXPECT_TRUE(errors[i].starts_with("day.csv:" + std::to_string(expected[i]) + ": ")) << errors[i];
+  EXPECT_EQ(Do("queue plant.db --csv"),
+            "row,time,machine,event,param\n"
+            "1,2026-01-12 06:00:00,1,part start,\"A, \"\"B\"\"\"\n"
+            "2,2026-01-12 06:00:03,2,custom 12,\n"
+            "3,2026-01-12 06:00:06,1,refresh,\n");
+  ExpectError("import plant.db day.csv --machine 99", "no machine with the id 99");
+  EXPECT_EQ(DoCsv("queue plant.db").size(), 3U);
+}
+
+TEST_F(ToolTest, StopsAtAnEventThatFails) {
+  Do("create plant.db --demo --start 2026-01-12");
+  Write("day.csv",
+        "time,event,param\n"
+        "2026-01-12 06:10:00,good,1\n"
+        "2026-01-12 06:20:00,good,2\n"
+        "2026-01-12 06:30:00,good,3\n");
+  Do("import plant.db day.csv --machine 3");
+  Query("update T_SFC_MDC_LOG set PARAM1 = '70000' where MDC_LOG_ID = 2");
+  const Result failed = Run("process plant.db --all");
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_TRUE(failed.output.starts_with("Applied 1 of 3 events")) << failed.output;
+  EXPECT_EQ(failed.errors, "kxdata7: row 2 (good, machine 3, 2026-01-12 06:20:00): Overflow\n");
+  ExpectError("process plant.db", "row 2 (good, machine 3, 2026-01-12 06:20:00): Overflow");
+  EXPECT_EQ(DoCsv("queue plant.db").size(), 2U);
+
+  // An event that cannot be taken off the queue would be applied again and again.
+  Query("update T_SFC_MDC_LOG set PARAM1 = '2' where MDC_LOG_ID = 2");
+  Query("create trigger KEEP before delete on T_SFC_MDC_LOG begin select raise(abort, 'kept'); end");
+  ExpectError("process plant.db --all", "row 2 (good, machine 3, 2026-01-12 06:20:00) was applied, but");
+  EXPECT_EQ(Query("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA").ToInt32(), 3);
+}
+
+TEST_F(ToolTest, ExplainsAnEventByATrialThatLeavesThePlantAlone) {
+  Do("create plant.db --demo --start 2026-01-12");
+  EXPECT_EQ(Do("explain plant.db"), "Nothing waits.\n");
+  Write("day.csv",
+        "time,event,param\n"
+        "2026-01-12 06:10:00,part start,P 1\n"
+        "2026-01-12 06:20:00,cycle start\n"
+        "2026-01-12 06:21:30,cycle end\n"
+        "2026-01-12 06:22:00,setup end\n"
+        "2026-01-12 06:23:00,good,1\n");
+  Do("import plant.db day.csv --machine 1");
+  Query("update T_SFC_MDC_LOG set PARAM1 = '70000' where MDC_LOG_ID = 5");
+  const std::string before = Do("status plant.db") + Do("records plant.db") + Do("queue plant.db");
+
+  const std::string start = Do("explain plant.db");
+  EXPECT_NE(start.find("Handler: DoPartStart\nMachine: 1 (Lathe 1), idle since 2026-01-12 00:00:00"),
+            std::string::npos)
+      << start;
+  EXPECT_NE(start.find("PART_NUMBER: P 1\n"), std::string::npos) << start;
+  EXPECT_NE(start.find("The row leaves the queue.\n"), std::string::npos) << start;
+
+  const std::string end = Do("explain plant.db 3");
+  EXPECT_NE(end.find("Handler: DoCycleEnd\nMachine: 1 (Lathe 1), in cycle since 2026-01-12 06:20:00"),
+            std::string::npos)
+      << end;
+  EXPECT_NE(end.find("  CYCLE_TIME: 0 -> 1.5\n"), std::string::npos) << end;
+  EXPECT_NE(end.find("  STATUS_CODE: 2 -> 0\n"), std::string::npos) << end;
+  EXPECT_NE(end.find("T_SFC_MACHINE_EVENT"), std::string::npos) << end;
+
+  EXPECT_NE(Do("explain plant.db 4").find("No record changes.\nThe row leaves the queue.\n"),
+            std::string::npos);
+  EXPECT_NE(Do("explain plant.db 5").find("The row stays in the queue: Overflow\n"), std::string::npos);
+  EXPECT_EQ(Do("status plant.db") + Do("records plant.db") + Do("queue plant.db"), before);
+}
+
+// Whatever the dialect, the shipped day gives the same records, and its counts are those that were reported.
+TEST_F(ToolTest, WorksTheSampleDayInEveryDialect) {
+  const std::string samples = KXDATA7_SOURCE_DIR "/samples/";
+  std::string records;
+  for (const char* dialect : {"oracle", "access", "sqlserver"}) {
+    const std::string plant = std::string(dialect) + ".db";
+    Do("create " + plant + " --demo --start 2026-01-12");
+    Do("import " + plant + " '" + samples + "day-2026-01-12.csv' --dnc");
+    Do("import " + plant + " '" + samples + "mill2-2026-01-12.shdr' --dnc --machine 104");
+    Do("process " + plant + " --all --dialect " + dialect);
+    const std::string got = Do("records " + plant + " --csv");
+    if (records.empty()) records = got;
+    EXPECT_EQ(got, records) << dialect;
+  }
+
+  std::ifstream csv(samples + "day-2026-01-12.csv");
+  std::ifstream shdr(samples + "mill2-2026-01-12.shdr");
+  std::map<std::int32_t, int> reported;
+  const Recording day = ReadCsv(csv);
+  const Recording mill = ReadShdr(shdr);
+  for (const Recording* recording : {&day, &mill}) {
+    for (const RecordedEvent& event : recording->events) {
+      if (event.event == event::kGoodCount)
+        reported[event.machine.value_or(104)] += event.param.empty() ? 1 : std::stoi(event.param);
+    }
+  }
+  ASSERT_EQ(reported.size(), 4U);
+  for (const auto& [machine, good] : reported) {
+    int counted = 0;
+    int open = 0;
+    std::string last_stop = "2026-01-12 00:00:00";
+    for (const CsvRow& record : DoCsv("records oracle.db --dnc --machine " + std::to_string(machine))) {
+      counted += std::stoi(record.at("good"));
+      open += record.at("stop").empty() ? 1 : 0;
+      EXPECT_EQ(record.at("start"), last_stop);
+      last_stop = record.at("stop");
+    }
+    EXPECT_EQ(counted, good) << machine;
+    EXPECT_EQ(open, 1) << machine;
+  }
+}
+
+// Recorded on a real machine; not part of the project.
+TEST_F(ToolTest, WorksTheInputOfATurningCell) {
+  const char* const folder = getenv("KXDATA7_SHARED_DATA");
+  const fs::path input =
+      fs::path(folder == nullptr ? KXDATA7_SOURCE_DIR "/../shared/data" : folder) / "turning-cell.shdr";
+  if (!fs::exists(input)) GTEST_SKIP() << input << " is not there";
+
+  Do("create plant.db --demo --start 2022-08-08");
+  Do("import plant.db '" + input.string() + "' --machine 1");
+  Do("process plant.db --all");
+  std::map<std::string, float> minutes;
+  int finished = 0;
+  int unfinished = 0;
+  int good = 0;
+  for (const CsvRow& record : DoCsv("records plant.db --machine 1")) {
+    finished += std::stoi(record.at("finished"));
+    unfinished += std::stoi(record.at("unfinished"));
+    good += std::stoi(record.at("good"));
+    if (std::stoi(record.at("finished")) > 0) {
+      EXPECT_EQ(record.at("finished"), "1");
+      EXPECT_EQ(record.at("good"), "1");
+      minutes[record.at("part")] += std::stof(record.at("cycle_min"));
+    }
+  }
+  const auto expected = [](int seconds) { return static_cast<float>(seconds / 60.0); };
+  const std::map<std::string, float> cycles = {{"IMTS-2022-1E-mm.MIN", expected(605)},
+                                               {"IMTS-2022-2-HOB.MIN", expected(187)},
+                                               {"IMTS-2022-3-TRAN.MIN", expected(17)},
+                                               {"IMTS-2022-4B-mm.MIN", expected(549)}};
+  EXPECT_EQ(minutes, cycles);
+  EXPECT_EQ(finished, 4);
+  EXPECT_EQ(unfinished, 0);
+  EXPECT_EQ(good, 4);
+}
+
+}  // namespace
+}  // namespace kx::tool

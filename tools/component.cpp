@@ -1,0 +1,57 @@
+#include "tools/component.h"
+
+#include <filesystem>
+
+namespace kx::tool {
+namespace {
+
+// The component given by name, beside the tool, where an installation has it, or as registered.
+kxdata7::Library FindLibrary(const std::string& given) {
+  if (!given.empty()) return kxdata7::Library::Load(given);
+  std::error_code error;
+  const auto folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+  for (const char* place : {"", KXDATA7_LIBRARY_FOLDER}) {
+    const auto file = folder / place / "libKXData7.so";
+    if (!error && std::filesystem::exists(file)) return kxdata7::Library::Load(file);
+  }
+  return kxdata7::Library::Registered();
+}
+
+}  // namespace
+
+Component::Component(const PlantOptions& options, const std::string& connection_string)
+    : library_(FindLibrary(options.library)), object_(library_.Create()) {
+  kxdata7::Bstr error;
+  VARIANT_BOOL connected = VARIANT_FALSE;
+  library_.Check(object_->ConnectToDatabase(kxdata7::Bstr::FromUtf8(connection_string).get(), options.dialect,
+                                            error.inout(), &connected));
+  if (connected != VARIANT_TRUE) throw ToolError(error.ToUtf8());
+}
+
+void Component::Append(const EventNumbers& numbers, bool by_dnc, const std::string& param,
+                       std::int32_t time_code) {
+  const auto append = by_dnc ? &_CKXData7Obj::AppendItemToMDCLogDNC : &_CKXData7Obj::AppendItemToMDCLog;
+  kxdata7::Bstr error;
+  VARIANT_BOOL queued = VARIANT_FALSE;
+  library_.Check((object_.get()->*append)(numbers.dept, numbers.location, numbers.group, numbers.machine,
+                                          numbers.command, kxdata7::Bstr::FromUtf8(param).get(), time_code,
+                                          error.inout(), &queued));
+  if (queued == VARIANT_TRUE) return;
+  throw ToolError(error.view().empty() ? "the database did not take the event" : error.ToUtf8());
+}
+
+bool Component::DoNext(std::string& error) {
+  kxdata7::Bstr text;
+  VARIANT_BOOL done = VARIANT_FALSE;
+  library_.Check(object_->DoNextItemFromMDCLog(text.inout(), &done));
+  error = text.ToUtf8();
+  return done == VARIANT_TRUE;
+}
+
+std::int32_t Component::Count() {
+  LONG count = 0;
+  library_.Check(object_->GetMDCLogCount(&count));
+  return count;
+}
+
+}  // namespace kx::tool

@@ -1,0 +1,196 @@
+#include "tools/plant.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <utility>
+
+#include "database/database_error.h"
+#include "database/utf.h"
+#include "tools/schema_sql.h"
+
+namespace kx::tool {
+namespace {
+
+std::string Quoted(std::string_view text) {
+  std::string quoted = "\"";
+  for (const char c : text) quoted.append(c == '"' ? 2 : 1, c);
+  return quoted + '"';
+}
+
+// T_SFC_DEPT is a "dept".
+std::string Noun(std::string_view table) {
+  std::string noun(table.substr(std::string_view("T_SFC_").size()));
+  std::ranges::transform(noun, noun.begin(), [](char c) { return static_cast<char>(c - 'A' + 'a'); });
+  return noun;
+}
+
+std::string KeyOf(std::string_view table) {
+  return std::string(table.substr(std::string_view("T_SFC_").size())) + "_ID";
+}
+
+void RunAll(Plant& plant, std::string_view sql) {
+  for (const std::string& statement : SplitStatements(sql)) plant.Run(statement);
+}
+
+bool IsEmpty(Plant& plant) {
+  constexpr std::array kTables = {"T_SFC_MACHINE", "T_SFC_DEPT", "T_SFC_LOCATION", "T_SFC_GROUP",
+                                  "T_SFC_COMMAND", "T_SFC_USER", "T_SFC_SHIFT",    "T_SFC_INTERVAL"};
+  return std::ranges::all_of(kTables, [&](const char* table) {
+    return plant.Run(std::string("select count(*) from ") + table).at(0, 0).ToInt32() == 0;
+  });
+}
+
+// The demo's statements name the machines and where they stand; their records come from here.
+void AddDemoMachines(Plant& plant, DateTime start) {
+  struct DemoMachine {
+    std::int32_t dnc_number;
+    const char* name;
+    std::int32_t dept, location, group;
+  };
+  constexpr std::array<DemoMachine, 4> kMachines = {{{101, "Lathe 1", 10, 1, 10},
+                                                     {102, "Lathe 2", 10, 1, 10},
+                                                     {103, "Mill 1", 20, 1, 20},
+                                                     {104, "Mill 2", 20, 2, 20}}};
+  for (const auto& machine : kMachines) {
+    AddMachine(plant,
+               {machine.name, machine.dnc_number, plant.FindId("T_SFC_DEPT", machine.dept),
+                plant.FindId("T_SFC_LOCATION", machine.location), plant.FindId("T_SFC_GROUP", machine.group)},
+               start);
+  }
+}
+
+}  // namespace
+
+std::string PlantConnectionString(std::string_view plant, OpenMode mode) {
+  std::error_code ignored;
+  const bool is_file = plant.find('=') == std::string_view::npos || std::filesystem::exists(plant, ignored);
+  std::string text = is_file ? "Provider=SQLite;Data Source=" + Quoted(plant) : std::string(plant);
+  if (mode == OpenMode::kCreate) {
+    const auto parsed = ConnectionString::Parse(text);
+    const std::string* const provider = parsed.Find("provider");
+    if (provider != nullptr && *provider == "SQLite" && parsed.Find("mode") == nullptr)
+      text += ";Mode=ReadWriteCreate";
+  }
+  return text;
+}
+
+Plant::Plant(const PlantOptions& options, OpenMode mode) : by_dnc_(options.by_dnc) {
+  db.Open(PlantConnectionString(options.plant, mode));
+}
+
+std::int32_t Plant::FindId(std::string_view table, std::int32_t number) {
+  const std::string key = KeyOf(table);
+  const Rows rows = Run("select " + key + " from " + std::string(table) + " where " +
+                            (by_dnc_ ? "VELKARIS_ID" : key) + " = ? order by " + key,
+                        {number});
+  if (rows.count() == 0) {
+    throw ToolError("there is no " + Noun(table) + " with the " + (by_dnc_ ? "DNC number " : "id ") +
+                    std::to_string(number));
+  }
+  return rows.at(0, 0).ToInt32();
+}
+
+Machine Plant::FindMachine(std::int32_t number) {
+  const std::int32_t id = FindId("T_SFC_MACHINE", number);
+  const Rows machine =
+      Run("select MACHINE_NAME, MACHINE_DATA_ID from T_SFC_MACHINE where MACHINE_ID = ?", {id});
+  std::string name = "machine " + std::to_string(id);
+  if (!machine.at(0, 0).IsNull()) name += " (" + machine.at(0, 0).ToText() + ")";
+  const Rows record =
+      Run("select DEPT_ID, LOCATION_ID, GROUP_ID from T_SFC_MACHINE_DATA where MACHINE_DATA_ID = ?",
+          {machine.at(0, 1)});
+  if (record.count() == 0) throw ToolError(name + " has no current record");
+  return {id, std::move(name), record.at(0, 0).ToInt32Or(-1), record.at(0, 1).ToInt32Or(-1),
+          record.at(0, 2).ToInt32Or(-1)};
+}
+
+Command Plant::FindCommand(std::int32_t number) {
+  const std::int32_t id = FindId("T_SFC_COMMAND", number);
+  const Rows rows = Run("select COMMAND_TYPE_CODE from T_SFC_COMMAND where COMMAND_ID = ?", {id});
+  return {id, rows.at(0, 0).ToInt32Or(-1)};
+}
+
+Command Plant::FindCommandOfType(std::int32_t type_code) {
+  if (const auto known = commands_of_type_.find(type_code); known != commands_of_type_.end())
+    return known->second;
+  const Rows rows = Run(
+      "select COMMAND_ID from T_SFC_COMMAND where COMMAND_TYPE_CODE = ? order by COMMAND_ID", {type_code});
+  if (rows.count() == 0) throw ToolError("there is no command of type " + std::to_string(type_code));
+  return commands_of_type_[type_code] = {rows.at(0, 0).ToInt32(), type_code};
+}
+
+std::int32_t Plant::NumberOf(std::string_view table, std::int32_t id) {
+  if (!by_dnc_) return id;
+  const std::string key = KeyOf(table);
+  const Rows rows = Run("select VELKARIS_ID from " + std::string(table) + " where " + key + " = ?", {id});
+  const bool numbered = rows.count() != 0 && !rows.at(0, 0).IsNull();
+  if (!numbered || FindId(table, rows.at(0, 0).ToInt32()) != id)
+    throw ToolError(Noun(table) + " " + std::to_string(id) + " has no DNC number of its own");
+  return rows.at(0, 0).ToInt32();
+}
+
+std::int32_t AddMachine(Plant& plant, const NewMachine& machine, DateTime start) {
+  const auto insert = [&](std::string_view table, const std::string& columns,
+                          std::initializer_list<Value> values) {
+    std::string marks = "?";
+    for (std::size_t i = 1; i < values.size(); ++i) marks += ", ?";
+    const std::string sql = "insert into " + std::string(table) + " (" + columns + ") values (" + marks + ")";
+    return plant.db.InsertDirect(sql, {values.begin(), values.size()}, table, KeyOf(table));
+  };
+  const Value dnc_number = machine.dnc_number ? Value(*machine.dnc_number) : Value();
+  const std::int64_t id = insert("T_SFC_MACHINE", "VELKARIS_ID, MACHINE_NAME, STATUS_CODE, STATUS_DATE",
+                                 {dnc_number, machine.name, 0, start});
+  const std::int64_t record = insert(
+      "T_SFC_MACHINE_DATA",
+      "MACHINE_ID, DEPT_ID, LOCATION_ID, GROUP_ID, START_TIME, IDLE_START_TIME, CHART_DATE, STATUS_CODE, "
+      "IS_MANUAL, SETUP_TIME, TEARDOWN_TIME, CYCLE_TIME, IDLE_TIME, FINISHED_CYCLES, UNFINISHED_CYCLES, "
+      "GOOD_COUNT, SCRAPPED_COUNT",
+      {id, machine.dept_id, machine.location_id, machine.group_id, start, start, start.Date(), 0, 0, 0, 0, 0,
+       0, 0, 0, 0, 0});
+  plant.Run("update T_SFC_MACHINE set MACHINE_DATA_ID = ? where MACHINE_ID = ?", {record, id});
+  return Value(id).ToInt32();
+}
+
+void CreatePlant(const PlantOptions& options, bool demo, DateTime start) {
+  PlantOptions demo_numbers = options;
+  demo_numbers.by_dnc = true;
+  Plant plant(demo_numbers, OpenMode::kCreate);
+  const SqlTarget target = plant.db.target();
+  const std::string_view schema = SchemaSql(target == SqlTarget::kSqlite     ? "sqlite"
+                                            : target == SqlTarget::kPostgres ? "postgresql"
+                                                                             : "");
+  if (schema.empty()) throw ToolError("create has no tables for this database; load them with its own tools");
+  plant.db.Begin();
+  RunAll(plant, schema);
+  if (demo) {
+    if (!IsEmpty(plant)) throw ToolError("the demo needs an empty plant, and this one is in use");
+    RunAll(plant, SchemaSql("demo"));
+    AddDemoMachines(plant, start);
+  }
+  plant.db.Commit();
+}
+
+std::vector<std::string> SplitStatements(std::string_view sql) {
+  std::vector<std::string> statements;
+  std::string statement;
+  while (!sql.empty()) {
+    std::string_view line = sql.substr(0, sql.find('\n'));
+    sql.remove_prefix(std::min(line.size() + 1, sql.size()));
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    if (line.empty() || line.starts_with("--")) continue;
+    const bool last = line.ends_with(';');
+    if (last) line.remove_suffix(1);
+    statement.append(line) += '\n';
+    if (last) statements.push_back(std::exchange(statement, {}));
+  }
+  return statements;
+}
+
+void RequirePlainText(std::string_view text) {
+  if (text.find('\'') != std::string_view::npos) throw ToolError("a text must hold no apostrophe");
+  if (text.find('\0') != std::string_view::npos) throw ToolError("a text must hold no NUL character");
+  if (Utf16ToUtf8(Utf8ToUtf16(text)) != text) throw ToolError("a text must be valid UTF-8");
+}
+
+}  // namespace kx::tool
