@@ -26,7 +26,7 @@ namespace {
 namespace fs = std::filesystem;
 using std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kLongestWait{30};
+constexpr std::chrono::seconds kLongestWait{60};
 constexpr std::chrono::milliseconds kPoll{20};
 
 struct Account {
