@@ -158,7 +158,7 @@ pid_t PostgresServer::Spawn(const std::vector<std::string>& command) const {
 void PostgresServer::Start() {
   server_ = Spawn({programs_ + "/postgres", "-D", (folder_ / "data").string(), "-p", std::to_string(port_),
                    "-c", "listen_addresses=127.0.0.1", "-c", "unix_socket_directories=", "-c", "fsync=on",
-                   "-c", "shared_buffers=32MB"});
+                   "-c", "recovery_init_sync_method=syncfs", "-c", "shared_buffers=32MB"});
   std::string reason;
   const bool ready = WaitUntil([&] {
     if (waitpid(server_, nullptr, WNOHANG) != 0) {
