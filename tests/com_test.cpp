@@ -1,12 +1,11 @@
 // The COM class by COM's own rules: slots, interfaces, lifetime, errors, and the boundary of its methods.
 #include <functional>
-#include <memory>
 #include <new>
 #include <stdexcept>
 #include <thread>
 
 #include "component/host.h"
-#include "tests/support/com_object.h"
+#include "tests/support/plant.h"
 
 namespace {
 
@@ -240,40 +239,18 @@ TEST_F(ComBoundary, SecondCallIsRefusedWhileOneRuns) {
   EXPECT_EQ(DllCanUnloadNow(), S_OK);
 }
 
-// Runs out of memory inside a transaction, and again at the first `failing_rollbacks` attempts to end it.
-class ExhaustedEngine : public kx::Engine {
- public:
-  ExhaustedEngine(std::unique_ptr<Engine> engine, int failing_rollbacks)
-      : engine_(std::move(engine)), failing_rollbacks_(failing_rollbacks) {}
-
-  kx::SqlTarget target() const override { return engine_->target(); }
-  kx::Rows Execute(std::string_view sql, std::span<const kx::Value> parameters) override {
-    if (InTransaction()) throw std::bad_alloc();
-    return engine_->Execute(sql, parameters);
-  }
-  std::int64_t Insert(std::string_view, std::span<const kx::Value>, std::string_view,
-                      std::string_view) override {
-    throw std::bad_alloc();
-  }
-  void Begin() override { engine_->Begin(); }
-  void Commit() override { engine_->Commit(); }
-  void Rollback() override {
-    if (failing_rollbacks_-- > 0) throw std::bad_alloc();
-    engine_->Rollback();
-  }
-  bool InTransaction() const override { return engine_->InTransaction(); }
-  bool IsAlive() const override { return engine_->IsAlive(); }
-
- private:
-  std::unique_ptr<Engine> engine_;
-  int failing_rollbacks_;
-};
-
-TEST_F(ComBoundary, NoTransactionIsLeftOpen) {
+TEST(Com, NoTransactionIsLeftOpen) {
   for (const int failing_rollbacks : {1, 2}) {
     SCOPED_TRACE(failing_rollbacks);
-    kx::ProcessHost().open_engine = [&](const kx::ConnectionString& to) {
-      return std::make_unique<ExhaustedEngine>(kx::OpenEngine(to), failing_rollbacks);
+    FakeHost host;
+    bool in_transaction = false;
+    int rollbacks = 0;
+    host.watch.before = [&](EngineCall call, std::string_view) {
+      if (call == EngineCall::kBegin) in_transaction = true;
+      if (call == EngineCall::kStatement && in_transaction) throw std::bad_alloc();
+      if (call != EngineCall::kRollback) return;
+      if (++rollbacks <= failing_rollbacks) throw std::bad_alloc();
+      in_transaction = false;
     };
     const auto object = CreateObject();
     Connect(*object);
@@ -282,10 +259,11 @@ TEST_F(ComBoundary, NoTransactionIsLeftOpen) {
     EXPECT_EQ(object->AppendItemToMDCLog(1, 1, 1, 1, 1, nullptr, 0, error.inout(), &queued), E_OUTOFMEMORY);
     EXPECT_EQ(queued, VARIANT_FALSE);
     EXPECT_EQ(error.view(), u"kept");
-    // Outside a transaction the engine answers; when it could not be ended, the connection was closed.
+    // Where the transaction could not be rolled back at the second attempt, the connection was closed.
     LONG count = 0;
     EXPECT_EQ(object->GetMDCLogCount(&count), E_FAIL);
     EXPECT_EQ(TakeThreadError() == kClosed, failing_rollbacks == 2);
+    EXPECT_EQ(rollbacks, 2);
   }
 }
 

@@ -1,13 +1,7 @@
 // IDispatch: names, arguments of every type, and failures as automation clients see them.
-#include <sqlite3.h>
-
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <limits>
 
-#include "database/connection.h"
-#include "tests/support/com_object.h"
+#include "tests/support/plant.h"
 
 namespace {
 
@@ -154,38 +148,17 @@ TEST(Invoke, ErrorTextGoesBackWhereItCan) {
 // An object connected to a plant; each event that it queues can be read back.
 class InvokeOnPlant : public testing::Test {
  protected:
-  void SetUp() override {
-    char name[] = "/tmp/kxdata7-invoke-XXXXXX";
-    ASSERT_NE(mkdtemp(name), nullptr);
-    folder_ = name;
-    const std::string file = folder_ / "plant.db";
-    std::ifstream schema(KXDATA7_SOURCE_DIR "/schema/sqlite.sql");
-    const std::string tables{std::istreambuf_iterator<char>(schema), {}};
-    sqlite3* database = nullptr;
-    ASSERT_EQ(sqlite3_open(file.c_str(), &database), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(database, tables.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(database);
-    const std::string link = "Provider=SQLite;Synchronous=Normal;Data Source=" + file;
-    plant_.Open(link);
-    const Bstr text = Bstr::FromUtf8(link);
-    ASSERT_EQ(InvokeById(*object_, 2, {Text(text), Number(2), kMissing}).value.boolVal, VARIANT_TRUE);
-  }
-  void TearDown() override { std::filesystem::remove_all(folder_); }
-
   InvokeOutcome Append(const VARIANT& dept, const VARIANT& param) {
     return InvokeById(*object_, 3,
                       {dept, Number(2), Number(3), Number(4), Number(5), param, Number(1), kMissing});
   }
-  // A column of the last event.
-  std::string Last(const std::string& column) {
-    const auto rows =
-        plant_.Execute("select " + column + " from T_SFC_MDC_LOG order by MDC_LOG_ID desc limit 1");
-    return rows.count() == 0 ? "no row" : rows.at(0, 0).ToTextOr("NULL");
+  // Columns of the last event.
+  std::string Last(const std::string& columns) {
+    return plant_.Query("select " + columns + " from T_SFC_MDC_LOG order by MDC_LOG_ID desc limit 1");
   }
 
-  std::filesystem::path folder_;
-  kx::Connection plant_;
-  const kxdata7::ComPtr<_CKXData7Obj> object_ = CreateObject();
+  Plant plant_{2};
+  _CKXData7Obj* const object_ = plant_.component.operator->();
 };
 
 TEST_F(InvokeOnPlant, ArgumentsReachTheirPlaces) {
@@ -194,9 +167,8 @@ TEST_F(InvokeOnPlant, ArgumentsReachTheirPlaces) {
   EXPECT_EQ(queued.result, S_OK);
   EXPECT_EQ(queued.value.vt, VT_BOOL);
   EXPECT_EQ(queued.value.boolVal, VARIANT_TRUE);
-  EXPECT_EQ(Last("DEPT_ID || ' ' || LOCATION_ID || ' ' || GROUP_ID || ' ' || MACHINE_ID || ' ' || COMMAND_ID"
-                 " || ' ' || PARAM1 || ' ' || COMMAND_TIME_CODE"),
-            "1 2 3 4 5 Größe 7 1");
+  EXPECT_EQ(Last("DEPT_ID, LOCATION_ID, GROUP_ID, MACHINE_ID, COMMAND_ID, PARAM1, COMMAND_TIME_CODE"),
+            "1|2|3|4|5|Größe 7|1");
   const auto count = InvokeById(*object_, 6, {});
   EXPECT_EQ(count.value.vt, VT_I4);
   EXPECT_EQ(count.value.lVal, 1);
@@ -231,7 +203,7 @@ TEST_F(InvokeOnPlant, ValuesAreConverted) {
       {MakeVariant(VT_R8, infinity), "overflow", "inf"},
       {MakeVariant(VT_CY, LONGLONG{15000}), "2", "1.5"},
       {MakeVariant(VT_BOOL, VARIANT_TRUE), "-1", "-1"},
-      {VARIANT{}, "0", "NULL"},
+      {VARIANT{}, "0", "-"},
       {Text(digits), "-8", " -7.5"},
       {Text(word), "mismatch", "7x"},
       {Text(too_large), "overflow", "1e999"},
