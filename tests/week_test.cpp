@@ -1,1 +1,210 @@
+// Whole weeks: a script with sums known beforehand, random walks over all events, random calendars.
+
 #include <gtest/gtest.h>
+
+#include <array>
+#include <random>
+
+#include "component/text.h"
+#include "database/recordset.h"
+#include "shifts/current_record.h"
+#include "shifts/shift_candidates.h"
+#include "tests/support/plant.h"
+
+namespace kx::test {
+namespace {
+
+constexpr std::array kDays = {"Mon", "Tue", "Wed", "Thu", "Fri", "Sat", "Sun"};
+
+class WeekTest : public testing::TestWithParam<int> {};
+INSTANTIATE_TEST_SUITE_P(DatabaseTypes, WeekTest, testing::Values(0, 1, 2));
+
+// Each machine does the same on five days: setup, cycles over the change of shift, parts, a downtime over the
+// next change, a teardown into the swing shift. The weekend is free.
+TEST_P(WeekTest, SumsAreWhatTheScriptSays) {
+  Plant plant(GetParam());
+  for (int day = 0; day < 5; ++day) {
+    for (int machine = 1; machine <= 3; ++machine) {
+      for (const char* event : {"07:00 logon start anna", "07:00:10 job start J1", "07:00:20 part start P1",
+                                "07:00:30 op start O10",  "07:30 setup start",     "08:15 setup end",
+                                "08:30 cycle start",      "09:00 cycle end",       "09:00 good 3",
+                                "09:10 scrap 1.17",       "13:30 cycle start",     "14:30 cycle end",
+                                "14:31 good 2",           "14:40 logon end",       "15:00 logon start bert",
+                                "21:00 down start D0",    "22:30 down end",        "23:00 teardown start",
+                                "23:30 teardown end",     "23:40 op end",          "23:41 part end",
+                                "23:42 job end",          "23:43 logon end"}) {
+        const std::string text = event;
+        const std::size_t blank = text.find(' ');
+        plant.Run(Concat(kDays[static_cast<std::size_t>(day)], " ", text.substr(0, blank), " #", machine,
+                         text.substr(blank)));
+      }
+    }
+  }
+  plant.Run("Sun 12:00 #1 refresh; Sun 12:00 #2 refresh; Sun 12:00 #3 refresh");
+  EXPECT_EQ(plant.Breaches(), "");
+  // A cycle that runs over the change of shift is one finished cycle; its minutes are on both records.
+  EXPECT_EQ(plant.Query("select MACHINE_ID, sum(GOOD_COUNT), sum(SCRAPPED_COUNT), sum(FINISHED_CYCLES), "
+                        "sum(UNFINISHED_CYCLES), round(sum(CYCLE_TIME), 3), round(sum(SETUP_TIME), 4), "
+                        "round(sum(TEARDOWN_TIME), 4) from T_SFC_MACHINE_DATA group by MACHINE_ID"),
+            "1|25|5|10|0|450|3.75|2.5;2|25|5|10|0|450|3.75|2.5;3|25|5|10|0|450|3.75|2.5");
+  // The downtime from 21:00 to 22:30 is cut by the change at 22:00.
+  EXPECT_EQ(plant.Query("select count(*), round(sum(DURATION), 4), sum(STOP_TIME is null) from "
+                        "T_SFC_DT_PER_MACHINE_DATA"),
+            "30|22.5|0");
+  EXPECT_EQ(plant.Query("select sum(QTY) from T_SFC_SCRAP_PER_MACHINE_DATA"), "15");
+  // Idle from 08:15 to 08:30, 09:00 to 13:30, 14:30 to 21:00, 22:30 to 23:00 every day, and from 23:30 to the
+  // next setup at 07:30; after Friday's last event to Sunday noon, of which the open record's part still
+  // runs.
+  const double closed_idle =
+      plant.Number("select sum(IDLE_TIME) from T_SFC_MACHINE_DATA where MACHINE_ID = 2");
+  const double open_idle = plant.Number(
+      "select (julianday('2026-01-18 12:00:00') - julianday(IDLE_START_TIME)) * 24 from T_SFC_MACHINE_DATA "
+      "where MACHINE_ID = 2 and STOP_TIME is null");
+  EXPECT_NEAR(closed_idle + open_idle, 5 * 11.75 + 4 * 8 + 36.5, 0.001);
+  EXPECT_EQ(plant.Query("select count(*) from T_SFC_MACHINE_EVENT"), "0");
+  // No shift from Saturday 06:00 on: one record a chart day.
+  EXPECT_EQ(
+      plant.Query("select START_TIME, STOP_TIME, SHIFT_ID, SHIFT_END, CHART_DATE from T_SFC_MACHINE_DATA "
+                  "where MACHINE_ID = 3 and START_TIME > '2026-01-17' order by MACHINE_DATA_ID"),
+      "2026-01-17 06:00:00|2026-01-18 00:00:00|-|-|2026-01-17 00:00:00;"
+      "2026-01-18 00:00:00|-|-|-|2026-01-18 00:00:00");
+}
+
+// One random event of the walk.
+struct Step {
+  DateTime time;
+  int machine;
+  int command;
+  int time_code;
+  std::string param;
+};
+
+std::vector<Step> RandomWalk(unsigned seed, int length) {
+  std::mt19937 random(seed);
+  const auto pick = [&](std::size_t count) {
+    return std::uniform_int_distribution<std::size_t>(0, count - 1)(random);
+  };
+  constexpr std::array kParams = {"",   "",   "J1", "J2",  "P1",   "O10", "anna", "bert", "D0",  "D1",
+                                  "D2", "17", "3",  "2.5", "5.17", "-2",  "0",    "1e1",  "Zoë", "x.99"};
+  std::vector<Step> walk;
+  DateTime time(2026, 1, 12, 7);
+  for (int i = 0; i < length; ++i) {
+    // Mostly minutes, sometimes hours, now and then a small step back.
+    const auto kind = pick(20);
+    time = time.AddSeconds(kind == 0   ? -static_cast<std::int64_t>(pick(30))
+                           : kind == 1 ? static_cast<std::int64_t>(3600 * (1 + pick(10)))
+                                       : static_cast<std::int64_t>(pick(900)));
+    const int type = static_cast<int>(pick(13));
+    walk.push_back({time, 1 + static_cast<int>(pick(3)),
+                    type == 12   ? -1
+                    : type == 11 ? 200
+                                 : 104 + type,
+                    static_cast<int>(pick(type == 11 ? 4 : 2)), kParams[pick(kParams.size())]});
+  }
+  return walk;
+}
+
+// Every event of a walk goes through, the invariants hold after each, good and scrapped parts are what was
+// reported, and the rows do not depend on the dialect.
+TEST(WalkTest, InvariantsHoldAndDialectsAgree) {
+  for (const unsigned seed : {1U, 2U, 3U, 4U}) {
+    SCOPED_TRACE(seed);
+    std::array<std::string, 3> rows;
+    for (const int database_type : {0, 1, 2}) {
+      Plant plant(database_type);
+      plant.Execute(Concat("update T_SFC_OPTION set BOOL_VAL = ", seed % 2));
+      for (const Step& step : RandomWalk(seed, 250)) {
+        plant.QueueRow(step.time.ToText(), step.machine, step.command, step.time_code, step.param);
+        ASSERT_EQ(plant.component.Next(), (Outcome{true, ""})) << step.command << " " << step.param;
+        ASSERT_EQ(plant.Breaches(), "") << step.time.ToText() << " " << step.command << " " << step.time_code;
+      }
+      EXPECT_EQ(plant.Number("select sum(SCRAPPED_COUNT) from T_SFC_MACHINE_DATA"),
+                plant.Number("select coalesce(sum(QTY), 0) from T_SFC_SCRAP_PER_MACHINE_DATA"));
+      const double moved_to_scrap =
+          plant.Number("select 2 * count(*) from T_SFC_EVENT where COMMAND_ID = 114 and PARAM1 = '-2'");
+      EXPECT_EQ(plant.Number("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA"),
+                plant.Number(
+                    "select coalesce(sum(cast(PARAM1 as real)), 0) from T_SFC_EVENT where COMMAND_ID = 113") -
+                    moved_to_scrap);
+      EXPECT_EQ(plant.Query("select count(*) from T_SFC_MDC_LOG"), "0");
+      rows[static_cast<std::size_t>(database_type)] = plant.Snapshot();
+    }
+    EXPECT_EQ(rows[0], rows[1]);
+    EXPECT_EQ(rows[0], rows[2]);
+  }
+}
+
+// A calendar of a few shifts with distinct start times, so that no tie is broken differently.
+void MakeRandomCalendar(Plant& plant, std::mt19937& random) {
+  const auto pick = [&](int from, int to) { return std::uniform_int_distribution<int>(from, to)(random); };
+  for (const char* table : {"SHIFT", "INTERVAL", "MACHINE_SHIFT"})
+    plant.Execute(Concat("delete from T_SFC_", table));
+  const int shifts = pick(1, 4);
+  for (int shift = 1; shift <= shifts; ++shift) {
+    std::string intervals;
+    for (int day = 0; day < 7; ++day) {
+      const int id = shift * 10 + day;
+      const DateTime start = kBaseDay.AddSeconds(900 * (4 * pick(0, 23) + shift - 1));
+      const DateTime stop = start.AddSeconds(pick(1, 12 * 60) * 60);
+      const bool swing = stop >= kDayAfterBase;
+      plant.Execute(
+          Concat("insert into T_SFC_INTERVAL (INTERVAL_ID, START_TIME, STOP_TIME, IS_SWING) values (", id,
+                 ", '", start.ToText(), "', '", stop.ToText(), "', ", swing ? 1 : 0, ")"));
+      Append(intervals, ", ", pick(0, 3) == 0 ? std::string("null") : std::to_string(id));
+    }
+    plant.Execute(
+        Concat("insert into T_SFC_SHIFT (SHIFT_ID, MON_INTERVAL_ID, TUE_INTERVAL_ID, WED_INTERVAL_ID, "
+               "THU_INTERVAL_ID, FRI_INTERVAL_ID, SAT_INTERVAL_ID, SUN_INTERVAL_ID) values (",
+               shift, intervals, ")"));
+  }
+}
+
+TEST_P(WeekTest, RandomCalendars) {
+  Plant plant(GetParam());
+  Session session;
+  session.database_type = static_cast<DatabaseType>(GetParam());
+  session.connection.Open(plant.connection_string());
+  std::mt19937 random(static_cast<unsigned>(GetParam()) + 7);
+  for (int round = 0; round < 12; ++round) {
+    SCOPED_TRACE(round);
+    MakeRandomCalendar(plant, random);
+    // The union form against the list form.
+    for (int i = 0; i < 60; ++i) {
+      const DateTime moment =
+          DateTime(2026, 1, 12).AddSeconds(std::uniform_int_distribution<int>(0, 14 * 24 * 60)(random) * 60);
+      const char* user = i % 3 == 0 ? "bert" : "";
+      const ShiftInfo a = DetermineChartDateAndShiftInfo(session, moment, user, 1);
+      const ShiftInfo b = DetermineShiftFromCandidateList(session, moment, user, 1);
+      ASSERT_EQ(std::tuple(a.shift_id, a.chart_date, a.start, a.end),
+                std::tuple(b.shift_id, b.chart_date, b.start, b.end))
+          << moment.ToText() << " " << user;
+      if (a.shift_id != kNoShift) {
+        EXPECT_LE(a.start, moment);
+        EXPECT_GT(a.end, moment);
+      }
+    }
+    // A week of records: no gaps, and each record with a shift lies where the calendar has that shift.
+    const DateTime last = DateTime(2026, 1, 12, 6).AddDays(7 * (round + 1));
+    ASSERT_TRUE(HandleExpiredShifts(session, 1, last, round % 2 == 0)) << last.ToText();
+    EXPECT_EQ(plant.Breaches(), "");
+    Recordset records(session.connection,
+                      Concat("select * from T_SFC_MACHINE_DATA where MACHINE_ID = 1 and START_TIME > '",
+                             last.AddDays(-6).ToText(), "' and STOP_TIME is not null"));
+    for (; !records.IsEof(); records.MoveNext()) {
+      if (records.Fields("SHIFT_ID").IsNull()) {
+        EXPECT_EQ(records.Fields("START_TIME").ToDateTime().Date(),
+                  records.Fields("CHART_DATE").ToDateTime());
+        EXPECT_LE(records.Fields("STOP_TIME").ToDateTime(),
+                  records.Fields("CHART_DATE").ToDateTime().AddDays(1));
+        continue;
+      }
+      EXPECT_EQ(records.Fields("STOP_TIME"), records.Fields("SHIFT_END"));
+      const DateTime start = records.Fields("START_TIME").ToDateTime();
+      EXPECT_EQ(records.Fields("SHIFT_ID").ToInt32(),
+                DetermineChartDateAndShiftInfo(session, start, "", 1).shift_id);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace kx::test
