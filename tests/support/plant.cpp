@@ -50,7 +50,7 @@ insert into T_SFC_SHIFT values (1, 'Early', 1, 1, 1, 1, 1, NULL, NULL), (2, 'Lat
 void RunScript(Connection& db, std::istream& script) {
   std::string statement;
   for (std::string line; std::getline(script, line);) {
-    if (line.starts_with("--")) continue;
+    if (line.starts_with("--") || line.empty()) continue;
     statement += line + '\n';
     if (!line.ends_with(';')) continue;
     db.ExecuteDirect(statement);
@@ -122,10 +122,12 @@ std::string Moment(std::string_view text) {
   return Concat("2026-01-", 12 + day, " ", text, text.size() == 5 ? ":00" : "");
 }
 
-Plant::Plant(int database_type) : database_type_(database_type) {
-  db.Open("Provider=SQLite;Mode=ReadWriteCreate;Synchronous=Normal;Data Source=" + file());
+Plant::Plant(int database_type, std::string server_connection)
+    : database_type_(database_type), server_connection_(std::move(server_connection)) {
+  const bool on_server = !server_connection_.empty();
+  db.Open(on_server ? server_connection_ : connection_string() + ";Mode=ReadWriteCreate");
   db.Begin();
-  std::ifstream schema(KXDATA7_SCHEMA);
+  std::ifstream schema(Concat(KXDATA7_SCHEMA_FOLDER, on_server ? "/postgresql.sql" : "/sqlite.sql"));
   RunScript(db, schema);
   std::istringstream master_data(kMasterData);
   RunScript(db, master_data);

@@ -73,7 +73,9 @@ std::string Moment(std::string_view text);
 // (user), D2 (both). Scrap codes 17, and 99 as the default.
 class Plant {
  public:
-  explicit Plant(int database_type);
+  // On an SQLite file of its own, or on the empty PostgreSQL database of a connection string. What needs the
+  // file (Save, Restore) or SQLite's SQL (Breaches) is for SQLite alone.
+  explicit Plant(int database_type, std::string server_connection = {});
 
   // Queues the events of a script, separated by ";": moment, "#n" for another machine than 1, the command's
   // name, "start", "end" or "both" (not for good and scrap), the parameter.
@@ -96,7 +98,10 @@ class Plant {
   // Puts the plant aside, and back as it was then with the component connected anew.
   void Save();
   void Restore();
-  std::string connection_string() const { return "Provider=SQLite;Synchronous=Normal;Data Source=" + file(); }
+  std::string connection_string() const {
+    if (!server_connection_.empty()) return server_connection_;
+    return "Provider=SQLite;Synchronous=Normal;Data Source=" + file();
+  }
   std::string file() const { return (folder_.path() / "plant.db").string(); }
 
   FakeHost host;
@@ -107,6 +112,7 @@ class Plant {
   void Connect();
   TemporaryFolder folder_;
   int database_type_;
+  std::string server_connection_;
 };
 
 }  // namespace kx::test
