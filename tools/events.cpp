@@ -83,7 +83,7 @@ std::string EventName(std::int32_t type_code, std::int32_t time_code, std::int32
 std::string HandlerName(std::int32_t type_code, std::int32_t time_code, std::int32_t command_id) {
   if (command_id == -1) return "HandleExpiredShifts";
   const EventKind* const kind = FindKind(type_code);
-  const std::string name = "Do" + std::string(kind == nullptr ? "Custom" : kind->handler);
+  std::string name = "Do" + std::string(kind == nullptr ? "Custom" : kind->handler);
   if (kind != nullptr && kind->is_count) return name;
   if (time_code == 0) return name + "Start";
   if (time_code == 1) return name + "End";

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "database/table_key.h"
 #include "tools/commands.h"
 #include "tools/component.h"
 #include "tools/events.h"
@@ -48,14 +49,15 @@ void PrintMachine(Plant& plant, std::int32_t machine_id) {
 
 // Prints how `table` of the plant differs from that of the attached database `old`; false when it does not.
 bool PrintChanges(Plant& plant, const std::string& table) {
-  const std::string key = table.substr(std::string_view("T_SFC_").size()) + "_ID";
+  const std::string key = KeyColumnOf(table);
+  const std::string old_row = "select * from old." + table + " where " + key + " = ?";
   const Rows changed = plant.Run("select * from main." + table + " except select * from old." + table);
   const auto key_column =
       static_cast<std::size_t>(std::ranges::find(changed.columns, key) - changed.columns.begin());
   if (key_column == changed.columns.size()) return false;
   for (std::size_t i = 0; i < changed.count(); ++i) {
     const Value& id = changed.at(i, key_column);
-    const Rows old = plant.Run("select * from old." + table + " where " + key + " = ?", {id});
+    const Rows old = plant.Run(old_row, {id});
     const bool is_new = old.count() == 0;
     std::cout << table << ' ' << Show(id) << (is_new ? " is new\n" : "\n");
     for (std::size_t column = 0; column < changed.columns.size(); ++column) {
