@@ -26,4 +26,3 @@ set_property(SOURCE ${PROJECT_SOURCE_DIR}/tools/component.cpp APPEND
              PROPERTY COMPILE_DEFINITIONS KXDATA7_LIBRARY_FOLDER="${library_folder}")
 
 install(TARGETS kxdata7 RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES ${schema_files} DESTINATION ${CMAKE_INSTALL_DATADIR}/kxdata7/schema)
