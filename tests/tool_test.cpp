@@ -48,9 +48,12 @@ class ToolTest : public ::testing::Test {
 
   // Runs the tool in the temporary folder, with the arguments as a shell reads them.
   Result Run(const std::string& arguments) {
-    const std::string command =
-        "cd '" + folder_.string() +
-        "' && >output 2>errors </dev/null env -u KXDATA7_LIBRARY TZ=UTC '" KXDATA7_TOOL "' " + arguments;
+    const std::string command = "cd '" + folder_.string() +
+                                "' && >output 2>errors </dev/null env -u KXDATA7_LIBRARY TZ=UTC "
+                                // The leak checker of this compiler crashes on the thread storage of the
+                                // library that the tool unloads.
+                                "LSAN_OPTIONS=use_tls=0:print_suppressions=0 '" KXDATA7_TOOL "' " +
+                                arguments;
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder_ / "output"),
             ReadFile(folder_ / "errors")};
