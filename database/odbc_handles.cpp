@@ -53,7 +53,7 @@ void OdbcHandle::Check(SQLRETURN result) const {
   std::optional<OdbcFailure> failure;
   for (SQLSMALLINT number = 1; auto record = ReadRecord(type_, handle_, number); ++number) {
     const bool warning = record->sqlstate.starts_with("00") || record->sqlstate.starts_with("01");
-    if (!failure || !warning) failure = std::move(record);
+    if (!failure || !warning) failure = record;
     if (!warning) break;
   }
   throw failure ? *std::move(failure) : OdbcFailure{"HY000", 0, "The driver gave no reason."};

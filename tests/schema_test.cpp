@@ -85,13 +85,19 @@ Schema Read(const std::string& name) {
       std::istringstream lines(match.str(2));
       for (std::string line; std::getline(lines, line);) {
         std::smatch column;
-        if (!std::regex_match(line, column, kColumn)) throw std::runtime_error(name + ": " + line);
+        if (!std::regex_match(line, column, kColumn)) {
+          ADD_FAILURE() << name << ": " << line;
+          continue;
+        }
         std::string type = column.str(2);
         if (const auto at = type.find(sequence); at != std::string::npos)
           type.replace(at, sequence.size(), "S_TABLE.");
         const auto kind = kTypes.at(name).find(type);
-        if (kind == kTypes.at(name).end()) throw std::runtime_error(name + ": " + line);
-        columns.emplace_back(column.str(1), kind->second);
+        if (kind == kTypes.at(name).end()) {
+          ADD_FAILURE() << name << ": " << line;
+        } else {
+          columns.emplace_back(column.str(1), kind->second);
+        }
       }
     } else if (std::regex_search(statement, match, kIndex)) {
       schema.indexes.insert(match.str(1) + match.str(2));

@@ -134,6 +134,7 @@ pid_t PostgresServer::Spawn(const std::vector<std::string>& command) const {
   const Account account = ServerAccount();
   const std::string log = (folder_ / "log").string();
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
 
@@ -187,7 +188,7 @@ std::string PostgresServer::ConnectionString(std::string_view database) const {
 }
 
 std::string PostgresServer::CreateDatabase(std::string_view copy_of) {
-  const std::string name = "plant" + std::to_string(++databases_);
+  std::string name = "plant" + std::to_string(++databases_);
   OpenOdbcEngine(kx::ConnectionString::Parse(ConnectionString()))
       ->Execute("CREATE DATABASE " + name + " TEMPLATE " + std::string(copy_of), {});
   return name;
