@@ -72,6 +72,9 @@ TEST_P(FaultTest, EveryCallOfEveryHandlerFailsOnce) {
     clean.Queue(handler.event);
     const std::string before = clean.Snapshot();
     clean.Save();
+    clean.Execute("delete from T_SFC_MDC_LOG");
+    const std::string dropped = clean.Snapshot();
+    clean.Restore();
     ASSERT_EQ(clean.component.Next(), (Outcome{true, ""}));
     const std::string after = clean.Snapshot();
 
@@ -87,15 +90,27 @@ TEST_P(FaultTest, EveryCallOfEveryHandlerFailsOnce) {
       if (!watch.failed) break;
       const bool untouched = clean.Snapshot() == before;
       if (outcome.done) {
-        // Trapped where an error is no failure (the search for a new shift), tried again (a transaction), or
-        // a logon end.
+        // Trapped where an error is no failure (the search for a new shift) or tried again (a transaction):
+        // the full effect. Only a logon end, and a cycle start at the machine downtime's event, lose theirs.
         ASSERT_EQ(outcome.error, "");
+        const bool may_drop =
+            !handler.keeps_row || (handler.message == std::string_view("Cycle Start") &&
+                                   watch.failed_sql.find("MACHINE_EVENT") != std::string::npos);
+        const std::string rows = clean.Snapshot();
+        if (rows != after && may_drop && watch.commits_done == handler.stay) {
+          EXPECT_TRUE(handler.stay > 0 || rows == dropped) << watch.failed_sql;
+          EXPECT_EQ(clean.Breaches(), "");
+        } else {
+          EXPECT_EQ(rows, after) << watch.failed_sql;
+        }
         continue;
       }
       if (outcome.error.empty()) {
-        // Applied, the row not deleted; or dropped by a cycle start at the machine downtime's event.
+        // Applied, the row not deleted.
         EXPECT_TRUE(watch.failed_sql.starts_with("delete from T_SFC_MDC_LOG")) << watch.failed_sql;
         EXPECT_EQ(clean.Query("select count(*) from T_SFC_MDC_LOG"), "1");
+        clean.Execute("delete from T_SFC_MDC_LOG");
+        EXPECT_EQ(clean.Snapshot(), after);
         continue;
       }
       EXPECT_TRUE(outcome.error == kInjected || outcome.error == Locked(handler.message) ||
