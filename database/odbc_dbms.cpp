@@ -51,9 +51,8 @@ constexpr std::array kSqliteBusy = {
 };
 
 constexpr std::array kSystems = {
-    // Only with the statement-level rollback of protocol 7.4-2 a failed statement leaves its transaction as
-    // it
-    // was; with the others a commit after a failure succeeds and keeps nothing or half.
+    // Only with the statement-level rollback of protocol 7.4-2 does a failed statement leave its transaction
+    // as it was; with the others a commit after a failure succeeds and keeps nothing or half.
     Dbms{.name = "PostgreSQL",
          .target = SqlTarget::kPostgres,
          .connect_option = "Protocol=7.4-2",

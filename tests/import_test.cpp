@@ -5,6 +5,7 @@
 
 #include <sstream>
 
+#include "database/sql_script.h"
 #include "tools/plant.h"
 #include "tools/recorded_input.h"
 

@@ -1,5 +1,6 @@
 // The ODBC engine on real servers: PostgreSQL, started by this test, and SQLite through its ODBC driver.
 #include "database/odbc_engine.h"
+#include "database/sql_script.h"
 
 #include <gtest/gtest.h>
 
@@ -7,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <iterator>
 #include <thread>
 
 #include "database/database_error.h"
@@ -349,13 +351,8 @@ TEST_F(PostgresTest, UnusableConnectionStringsSayWhyInOneLine) {
 TEST_F(PostgresTest, SchemaLoads) {
   const auto load = [&](const std::string& name) {
     std::ifstream file(KXDATA7_SOURCE_DIR "/schema/" + name + ".sql");
-    std::string statement;
-    for (std::string line; std::getline(file, line);) {
-      statement += line + "\n";
-      if (!line.ends_with(';')) continue;
-      Do(statement);
-      statement.clear();
-    }
+    const std::string script(std::istreambuf_iterator<char>(file), {});
+    for (const std::string& statement : SplitStatements(script)) Do(statement);
   };
   load("postgresql");
   load("demo");

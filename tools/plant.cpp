@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "database/database_error.h"
+#include "database/sql_script.h"
+#include "database/table_key.h"
 #include "database/utf.h"
 #include "tools/schema_sql.h"
 
@@ -20,13 +22,9 @@ std::string Quoted(std::string_view text) {
 
 // T_SFC_DEPT is a "dept".
 std::string Noun(std::string_view table) {
-  std::string noun(table.substr(std::string_view("T_SFC_").size()));
+  std::string noun(table.substr(kTablePrefix.size()));
   std::ranges::transform(noun, noun.begin(), [](char c) { return static_cast<char>(c - 'A' + 'a'); });
   return noun;
-}
-
-std::string KeyOf(std::string_view table) {
-  return std::string(table.substr(std::string_view("T_SFC_").size())) + "_ID";
 }
 
 void RunAll(Plant& plant, std::string_view sql) {
@@ -80,7 +78,7 @@ Plant::Plant(const PlantOptions& options, OpenMode mode) : by_dnc_(options.by_dn
 }
 
 std::int32_t Plant::FindId(std::string_view table, std::int32_t number) {
-  const std::string key = KeyOf(table);
+  const std::string key = KeyColumnOf(table);
   const Rows rows = Run("select " + key + " from " + std::string(table) + " where " +
                             (by_dnc_ ? "VELKARIS_ID" : key) + " = ? order by " + key,
                         {number});
@@ -122,7 +120,7 @@ Command Plant::FindCommandOfType(std::int32_t type_code) {
 
 std::int32_t Plant::NumberOf(std::string_view table, std::int32_t id) {
   if (!by_dnc_) return id;
-  const std::string key = KeyOf(table);
+  const std::string key = KeyColumnOf(table);
   const Rows rows = Run("select VELKARIS_ID from " + std::string(table) + " where " + key + " = ?", {id});
   const bool numbered = rows.count() != 0 && !rows.at(0, 0).IsNull();
   if (!numbered || FindId(table, rows.at(0, 0).ToInt32()) != id)
@@ -136,7 +134,7 @@ std::int32_t AddMachine(Plant& plant, const NewMachine& machine, DateTime start)
     std::string marks = "?";
     for (std::size_t i = 1; i < values.size(); ++i) marks += ", ?";
     const std::string sql = "insert into " + std::string(table) + " (" + columns + ") values (" + marks + ")";
-    return plant.db.InsertDirect(sql, {values.begin(), values.size()}, table, KeyOf(table));
+    return plant.db.InsertDirect(sql, {values.begin(), values.size()}, table, KeyColumnOf(table));
   };
   const Value dnc_number = machine.dnc_number ? Value(*machine.dnc_number) : Value();
   const std::int64_t id = insert("T_SFC_MACHINE", "VELKARIS_ID, MACHINE_NAME, STATUS_CODE, STATUS_DATE",
@@ -169,22 +167,6 @@ void CreatePlant(const PlantOptions& options, bool demo, DateTime start) {
     AddDemoMachines(plant, start);
   }
   plant.db.Commit();
-}
-
-std::vector<std::string> SplitStatements(std::string_view sql) {
-  std::vector<std::string> statements;
-  std::string statement;
-  while (!sql.empty()) {
-    std::string_view line = sql.substr(0, sql.find('\n'));
-    sql.remove_prefix(std::min(line.size() + 1, sql.size()));
-    if (line.ends_with('\r')) line.remove_suffix(1);
-    if (line.empty() || line.starts_with("--")) continue;
-    const bool last = line.ends_with(';');
-    if (last) line.remove_suffix(1);
-    statement.append(line) += '\n';
-    if (last) statements.push_back(std::exchange(statement, {}));
-  }
-  return statements;
 }
 
 void RequirePlainText(std::string_view text) {

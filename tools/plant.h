@@ -86,9 +86,6 @@ std::int32_t AddMachine(Plant& plant, const NewMachine& machine, DateTime start)
 // at `start`.
 void CreatePlant(const PlantOptions& options, bool demo, DateTime start);
 
-// The statements of a schema file, each ending with a semicolon at the end of a line.
-std::vector<std::string> SplitStatements(std::string_view sql);
-
 // Raises a ToolError for a text that no statement can carry: an apostrophe, a NUL, no UTF-8.
 void RequirePlainText(std::string_view text);
 

@@ -4,10 +4,12 @@
 #include <stdlib.h>
 
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
 
 #include "component/text.h"
+#include "database/sql_script.h"
 
 namespace kx::test {
 namespace {
@@ -46,16 +48,8 @@ insert into T_SFC_SHIFT values (1, 'Early', 1, 1, 1, 1, 1, NULL, NULL), (2, 'Lat
   (3, 'Night', 3, 3, 3, 3, 3, NULL, NULL);
 )";
 
-// Runs statements that each end with a semicolon at the end of a line.
-void RunScript(Connection& db, std::istream& script) {
-  std::string statement;
-  for (std::string line; std::getline(script, line);) {
-    if (line.starts_with("--") || line.empty()) continue;
-    statement += line + '\n';
-    if (!line.ends_with(';')) continue;
-    db.ExecuteDirect(statement);
-    statement.clear();
-  }
+void RunScript(Connection& db, std::string_view script) {
+  for (const std::string& statement : SplitStatements(script)) db.ExecuteDirect(statement);
 }
 
 }  // namespace
@@ -128,9 +122,8 @@ Plant::Plant(int database_type, std::string server_connection)
   db.Open(on_server ? server_connection_ : connection_string() + ";Mode=ReadWriteCreate");
   db.Begin();
   std::ifstream schema(Concat(KXDATA7_SCHEMA_FOLDER, on_server ? "/postgresql.sql" : "/sqlite.sql"));
-  RunScript(db, schema);
-  std::istringstream master_data(kMasterData);
-  RunScript(db, master_data);
+  RunScript(db, std::string(std::istreambuf_iterator<char>(schema), {}));
+  RunScript(db, kMasterData);
   db.Commit();
   Connect();
 }
