@@ -75,7 +75,6 @@ TEST_P(HandlersTest, ScrappedParts) {
   plant.Restore();
   plant.Execute("update T_SFC_SCRAP_CODE set SCRAP_CODE_TYPE_CODE = 1 where SCRAP_CODE_ID = 1");
   plant.Execute("delete from T_SFC_SCRAP_CODE where SCRAP_CODE_ID = 2");
-  std::filesystem::remove(plant.file() + ".saved");
   Check(kScrap, {{"09:00 scrap 3", "0|3|3|1|-|-|3|1|1|09:00:00"}});
   plant.Queue("09:30 scrap -32768");
   EXPECT_EQ(plant.component.Next(), (Outcome{false, "Overflow"}));
@@ -120,7 +119,6 @@ TEST_P(HandlersTest, JobsStartAndEndTheirPart) {
                 {"08:00 job start J2; 09:00 job end", "08:00|2|-;09:00|-|-"}});
   plant.Restore();
   // A part that a job starts does not cut a running cycle short.
-  std::filesystem::remove(plant.file() + ".saved");
   Check("select sum(UNFINISHED_CYCLES), sum(CYCLE_TIME), max(CYCLE_START_TIME) from T_SFC_MACHINE_DATA",
         {{"08:00 part start P1; 08:10 cycle start; 08:20 job start J1", "0|10|2026-01-12 08:20:00"},
          {"08:00 part start P1; 08:10 cycle start; 08:20 part start P2", "1|10|-"}});
@@ -201,7 +199,6 @@ TEST_P(HandlersTest, Logons) {
   plant.Restore();
   plant.Execute("insert into T_SFC_INTERVAL values (4, '1970-01-01 07:00:00', '1970-01-01 12:00:00', 0)");
   plant.Execute("update T_SFC_SHIFT set MON_INTERVAL_ID = 4 where SHIFT_ID = 3");
-  std::filesystem::remove(plant.file() + ".saved");
   Check(
       "select substr(START_TIME, 12, 5), USER_NAME, SHIFT_ID, substr(SHIFT_END, 9, 8), substr(CHART_DATE, "
       "9), "

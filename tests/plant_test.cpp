@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "component/messages.h"
-#include "database/sqlite_engine.h"
+#include "component/text.h"
 #include "tests/support/plant.h"
 
 namespace kx::test {
@@ -24,7 +24,7 @@ constexpr const char* kQueue =
 
 TEST_P(PlantTest, AppendsQueueWhatTheClientSaid) {
   const Outcome done{true, ""};
-  const std::string before = plant.Query("select datetime('now', 'localtime')");
+  const std::string before = plant.database.Now();
   EXPECT_EQ(component.Append(1, 2, 3, 1, 109, "", 0), done);
   EXPECT_EQ(component.Append(1, 2, 3, 1, 0, "", 2), done);
   EXPECT_EQ(component.Append(-1, 2, 3, 2, 104, " Zoë 日本 #1/2/2026# with (NOLOCK) ", 0), done);
@@ -38,8 +38,8 @@ TEST_P(PlantTest, AppendsQueueWhatTheClientSaid) {
   EXPECT_EQ(plant.Query(kQueue),
             "1|2|3|1|109|0|-;1|2|3|1|0|2|-;-1|2|3|2|104|0| Zoë 日本 #1/2/2026# with (NOLOCK) ;1|2|3|1|-|-|-;"
             "1|2|3|2|-|-|-;1|2|3|2|105|1|007;1|2|3|-1|109|1|-");
-  EXPECT_EQ(plant.Query("select count(*) from T_SFC_MDC_LOG where TIME_STAMP not between '" + before +
-                        "' and datetime('now', 'localtime') or length(TIME_STAMP) != 19"),
+  EXPECT_EQ(plant.Query(Concat("select count(*) from T_SFC_MDC_LOG where TIME_STAMP not between '", before,
+                               "' and '", plant.database.Now(), "' or length(substr(TIME_STAMP, 1)) != 19")),
             "0");
   LONG count = 0;
   EXPECT_EQ(component->GetMDCLogCount(&count), S_OK);

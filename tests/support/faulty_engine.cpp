@@ -30,33 +30,49 @@ class WatchedEngine : public Engine {
     if (watch_.after_commit) watch_.after_commit();
   }
   void Rollback() override {
+    if (lost_) return;  // with the link the transaction is gone
     Pass(EngineCall::kRollback, "rollback");
     engine_->Rollback();
   }
   bool InTransaction() const override { return engine_->InTransaction(); }
-  bool IsAlive() const override { return engine_->IsAlive(); }
+  bool IsAlive() const override { return !lost_ && engine_->IsAlive(); }
 
  private:
   void Pass(EngineCall call, std::string_view sql) {
     ++watch_.calls;
-    if (watch_.before) watch_.before(call, sql);
+    if (watch_.before && !lost_) watch_.before(call, sql);
+    if (watch_.link_lost) {
+      lost_ = true;
+      watch_.link_lost = false;
+      engine_->Rollback();
+    }
+    if (lost_) throw DatabaseError("The link to the database is lost.", ErrorCategory::kGeneral, 0, "08S01");
   }
 
   std::unique_ptr<Engine> engine_;
   EngineWatch& watch_;
+  bool lost_ = false;
 };
 
 }  // namespace
 
-void EngineWatch::FailNth(int n, ErrorCategory category) {
+void EngineWatch::AtNth(int n, std::function<void()> action) {
   failed = false;
   failed_sql.clear();
-  before = [this, left = n, category](EngineCall, std::string_view sql) mutable {
+  before = [this, left = n, action = std::move(action)](EngineCall, std::string_view sql) mutable {
     if (--left != 0) return;
     failed = true;
     failed_sql = sql;
-    throw DatabaseError(kInjected, category);
+    action();
   };
+}
+
+void EngineWatch::FailNth(int n, ErrorCategory category) {
+  AtNth(n, [category] { throw DatabaseError(kInjected, category); });
+}
+
+void EngineWatch::LoseLinkAtNth(int n) {
+  AtNth(n, [this] { link_lost = true; });
 }
 
 void EngineWatch::FailAll(EngineCall kind, ErrorCategory category) {
@@ -67,7 +83,9 @@ void EngineWatch::FailAll(EngineCall kind, ErrorCategory category) {
 
 EngineOpener WatchedOpener(EngineWatch& watch) {
   return [&watch](const ConnectionString& connection_string) {
-    return std::make_unique<WatchedEngine>(OpenEngine(connection_string), watch);
+    auto engine = OpenEngine(connection_string);
+    if (watch.after_open) watch.after_open(*engine);
+    return std::make_unique<WatchedEngine>(std::move(engine), watch);
   };
 }
 

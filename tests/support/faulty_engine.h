@@ -18,15 +18,22 @@ struct EngineWatch {
   int commits_done = 0;
   std::function<void(EngineCall, std::string_view sql)> before;  // may throw in the engine's place
   std::function<void()> after_commit;
+  std::function<void(Engine&)> after_open;  // with the real engine
 
-  // The n-th call from now on, counted from 1, fails once; `failed_sql` then holds its statement.
+  // Something happens just before the n-th call from now on, counted from 1; `failed_sql` then holds its
+  // statement.
+  void AtNth(int n, std::function<void()> action);
+  // The n-th call fails once.
   void FailNth(int n, ErrorCategory category);
+  // The n-th call finds the link gone; no later one gets through, until a new engine is opened.
+  void LoseLinkAtNth(int n);
   // Every call of a kind fails.
   void FailAll(EngineCall kind, ErrorCategory category);
   void Heal() { before = nullptr; }
 
   std::string failed_sql;
   bool failed = false;
+  bool link_lost = false;
 };
 
 inline constexpr const char* kInjected = "injected failure";

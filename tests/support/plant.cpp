@@ -1,15 +1,14 @@
 #include "tests/support/plant.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <fstream>
-#include <iterator>
+#include <algorithm>
+#include <array>
 #include <map>
 #include <sstream>
 
 #include "component/text.h"
-#include "database/sql_script.h"
+#include "database/ascii.h"
 
 namespace kx::test {
 namespace {
@@ -48,22 +47,23 @@ insert into T_SFC_SHIFT values (1, 'Early', 1, 1, 1, 1, 1, NULL, NULL), (2, 'Lat
   (3, 'Night', 3, 3, 3, 3, 3, NULL, NULL);
 )";
 
-void RunScript(Connection& db, std::string_view script) {
-  for (const std::string& statement : SplitStatements(script)) db.ExecuteDirect(statement);
-}
+// The tables that the component writes, each with the columns that hold its keys, its own key first.
+constexpr struct {
+  const char* name;
+  std::array<std::string_view, 5> keys;
+} kWrittenTables[] = {
+    {"MACHINE_DATA",
+     {"MACHINE_DATA_ID", "JOB_DATA_START_ID", "PART_DATA_START_ID", "LOGON_DATA_START_ID",
+      "OP_DATA_START_ID"}},
+    {"DT_PER_MACHINE_DATA", {"DT_PER_MACHINE_DATA_ID", "DT_DATA_START_ID"}},
+    {"SCRAP_PER_MACHINE_DATA", {"SCRAP_PER_MACHINE_DATA_ID", "SCRAP_DATA_START_ID"}},
+    {"EVENT", {"EVENT_ID"}},
+    {"MACHINE_EVENT", {"MACHINE_EVENT_ID"}},
+    {"MDC_LOG", {"MDC_LOG_ID"}},
+    {"MACHINE", {}},
+};
 
 }  // namespace
-
-TemporaryFolder::TemporaryFolder() {
-  std::string name = (std::filesystem::temp_directory_path() / "kxdata7-XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
-  path_ = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
 
 FakeHost::FakeHost() {
   ProcessHost() = {
@@ -116,20 +116,25 @@ std::string Moment(std::string_view text) {
   return Concat("2026-01-", 12 + day, " ", text, text.size() == 5 ? ":00" : "");
 }
 
-Plant::Plant(int database_type, std::string server_connection)
-    : database_type_(database_type), server_connection_(std::move(server_connection)) {
-  const bool on_server = !server_connection_.empty();
-  db.Open(on_server ? server_connection_ : connection_string() + ";Mode=ReadWriteCreate");
+Plant::Plant(int database_type, DatabaseKind kind) : database(kind), database_type_(database_type) {
   db.Begin();
-  std::ifstream schema(Concat(KXDATA7_SCHEMA_FOLDER, on_server ? "/postgresql.sql" : "/sqlite.sql"));
-  RunScript(db, std::string(std::istreambuf_iterator<char>(schema), {}));
-  RunScript(db, kMasterData);
+  database.RunScript(kMasterData);
   db.Commit();
   Connect();
 }
 
 void Plant::Connect() {
   ASSERT_EQ(component.Connect(connection_string(), database_type_), (Outcome{true, ""}));
+}
+
+void Plant::LoseLinkAtNth(int n) {
+  if (database.kind() == DatabaseKind::kSqlite) return host.watch.LoseLinkAtNth(n);
+  host.watch.AtNth(n, [this] {
+    Execute(
+        "select pg_terminate_backend(pid, 10000) from pg_stat_activity where datname = current_database() "
+        "and "
+        "pid != pg_backend_pid()");
+  });
 }
 
 void Plant::QueueRow(std::string_view moment, int machine, int command, int time_code,
@@ -193,38 +198,48 @@ std::string Plant::Query(std::string_view sql) {
 double Plant::Number(std::string_view sql) { return db.ExecuteDirect(sql).at(0, 0).ToDoubleOr(0); }
 
 std::string Plant::Snapshot() {
+  std::map<std::pair<std::string_view, std::string>, std::size_t> places;  // of a key column's value
   std::string text;
-  for (const char* table : {"MACHINE", "MACHINE_DATA", "DT_PER_MACHINE_DATA", "SCRAP_PER_MACHINE_DATA",
-                            "EVENT", "MACHINE_EVENT", "MDC_LOG"}) {
-    Append(text, table, ": ", Query(Concat("select * from T_SFC_", table, " order by 1")), "\n");
+  for (const auto& table : kWrittenTables) {
+    const Rows rows = db.ExecuteDirect(Concat("select * from T_SFC_", table.name, " order by 1"));
+    std::vector<std::string_view> key_of_column;
+    for (const std::string& column : rows.columns) {
+      const auto owner = std::ranges::find_if(kWrittenTables, [&](const auto& other) {
+        return std::ranges::any_of(other.keys, [&](auto key) { return EqualsIgnoringCase(key, column); });
+      });
+      key_of_column.push_back(owner == std::end(kWrittenTables) ? std::string_view() : owner->keys[0]);
+    }
+    Append(text, table.name, ":\n");
+    for (std::size_t row = 0; row < rows.count(); ++row) {
+      if (!table.keys[0].empty()) places.emplace(std::pair(table.keys[0], rows.at(row, 0).ToText()), row + 1);
+      for (std::size_t column = 0; column < rows.columns.size(); ++column) {
+        const Value& value = rows.at(row, column);
+        const auto place = places.find({key_of_column[column], value.ToTextOr("")});
+        Append(text,
+               value.IsNull()          ? "-"
+               : place == places.end() ? value.ToText()
+                                       : Concat("@", place->second),
+               "|");
+      }
+      text += '\n';
+    }
   }
   return text;
 }
 
 std::string Plant::Breaches() {
   return Query(R"(
-select 'open records of machine', m.MACHINE_ID from T_SFC_MACHINE m where m.MACHINE_DATA_ID is not
+select 'open records of machine', m.MACHINE_ID from T_SFC_MACHINE m where m.MACHINE_DATA_ID is distinct from
   (select case count(*) when 1 then max(MACHINE_DATA_ID) end from T_SFC_MACHINE_DATA d
    where d.MACHINE_ID = m.MACHINE_ID and STOP_TIME is null)
 union all select 'gap before record', MACHINE_DATA_ID from (select MACHINE_DATA_ID, START_TIME,
-  lag(STOP_TIME) over (partition by MACHINE_ID order by MACHINE_DATA_ID) as BEFORE,
-  row_number() over (partition by MACHINE_ID order by MACHINE_DATA_ID) as N from T_SFC_MACHINE_DATA)
-  where N > 1 and BEFORE is not START_TIME
+  lag(STOP_TIME) over (partition by MACHINE_ID order by MACHINE_DATA_ID) as STOP_BEFORE,
+  row_number() over (partition by MACHINE_ID order by MACHINE_DATA_ID) as N from T_SFC_MACHINE_DATA) as CHAIN
+  where N > 1 and STOP_BEFORE is distinct from START_TIME
 union all select 'running events of command', COMMAND_ID from T_SFC_MACHINE_EVENT group by MACHINE_ID, COMMAND_ID
   having count(*) > 1
 union all select 'event without stop', EVENT_ID from T_SFC_EVENT e where (STOP_TIME is null) !=
-  exists (select 1 from T_SFC_MACHINE_EVENT r where r.EVENT_ID = e.EVENT_ID))");
-}
-
-void Plant::Save() { Execute("vacuum into '" + file() + ".saved'"); }
-
-void Plant::Restore() {
-  // A connection to nowhere lets the plant's file go.
-  component.Connect("Provider=SQLite;Data Source=:memory:", database_type_);
-  db.Close();
-  std::filesystem::copy_file(file() + ".saved", file(), std::filesystem::copy_options::overwrite_existing);
-  db.Open(connection_string());
-  Connect();
+  (exists (select 1 from T_SFC_MACHINE_EVENT r where r.EVENT_ID = e.EVENT_ID)))");
 }
 
 }  // namespace kx::test

@@ -3,30 +3,15 @@
 #include <KXData7.h>
 
 #include <chrono>
-#include <filesystem>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "component/host.h"
-#include "database/connection.h"
 #include "tests/support/com_object.h"
 #include "tests/support/faulty_engine.h"
+#include "tests/support/plant_database.h"
 
 namespace kx::test {
-
-// A folder of its own under the system's temporary folder, removed at the end.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  ~TemporaryFolder();
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
 
 // The process's host with a clock that only pauses move, and watched engines.
 class FakeHost {
@@ -66,16 +51,14 @@ class Component {
 // "08:00", "08:00:30", "Tue 08:00" in the week of Monday 2026-01-12 as a full text.
 std::string Moment(std::string_view text);
 
-// A plant on SQLite with three machines, each in the early shift since Monday 06:00 with record number
-// MACHINE_ID, and the component connected to it. COMMAND_ID is 100 + type, VELKARIS_IDs are 1000 + id.
-// Shifts from Monday to Friday: 1 06-14, 2 14-22, 3 22-06. Users anna, bert (shift 3), Zoë. Jobs J1 (parts
-// P2, P1 in this order) and J2 (none). Operations O10, O20. Downtime codes D0 (machine, locks cycles), D1
-// (user), D2 (both). Scrap codes 17, and 99 as the default.
+// A plant with three machines, each in the early shift since Monday 06:00 with record number MACHINE_ID, and
+// the component connected to it. COMMAND_ID is 100 + type, VELKARIS_IDs are 1000 + id. Shifts from Monday to
+// Friday: 1 06-14, 2 14-22, 3 22-06. Users anna, bert (shift 3), Zoë. Jobs J1 (parts P2, P1 in this order)
+// and J2 (none). Operations O10, O20. Downtime codes D0 (machine, locks cycles), D1 (user), D2 (both). Scrap
+// codes 17, and 99 as the default.
 class Plant {
  public:
-  // On an SQLite file of its own, or on the empty PostgreSQL database of a connection string. What needs the
-  // file (Save, Restore) or SQLite's SQL (Breaches) is for SQLite alone.
-  explicit Plant(int database_type, std::string server_connection = {});
+  explicit Plant(int database_type, DatabaseKind kind = TestedDatabase());
 
   // Queues the events of a script, separated by ";": moment, "#n" for another machine than 1, the command's
   // name, "start", "end" or "both" (not for good and scrap), the parameter.
@@ -89,30 +72,29 @@ class Plant {
   std::string Query(std::string_view sql);
   double Number(std::string_view sql);
   void Execute(std::string_view sql) { db.ExecuteDirect(sql); }
-  // Every row of every table that the component writes.
+  // Every row of every table that the component writes. The keys that the database gave are shown by their
+  // place among the table's rows: a server's counters keep gaps from what was rolled back.
   std::string Snapshot();
   // What must hold at any time, as a list of breaches: one open record a machine, the one it points at; each
   // record starts where its predecessor stopped; at most one running event a machine and command.
   std::string Breaches();
 
-  // Puts the plant aside, and back as it was then with the component connected anew.
-  void Save();
-  void Restore();
-  std::string connection_string() const {
-    if (!server_connection_.empty()) return server_connection_;
-    return "Provider=SQLite;Synchronous=Normal;Data Source=" + file();
-  }
-  std::string file() const { return (folder_.path() / "plant.db").string(); }
+  void Save() { database.Save(); }
+  void Restore() { database.Restore(); }
+  // Connects the component anew.
+  void Connect();
+  // Ends the component's link just before its n-th call from now on; on a server it is the server that ends
+  // it.
+  void LoseLinkAtNth(int n);
+  std::string connection_string() const { return database.connection_string(); }
 
   FakeHost host;
-  Connection db{OpenEngine};  // the test's own link
+  PlantDatabase database;
+  Connection& db = database.link;
   Component component;
 
  private:
-  void Connect();
-  TemporaryFolder folder_;
   int database_type_;
-  std::string server_connection_;
 };
 
 }  // namespace kx::test

@@ -91,7 +91,8 @@ bool WaitUntil(Condition condition) {
 
 }  // namespace
 
-PostgresServer::PostgresServer() : programs_(FindPrograms()), port_(FreePort()) {
+PostgresServer::PostgresServer(bool durable)
+    : programs_(FindPrograms()), port_(FreePort()), durable_(durable) {
   std::string name = (fs::temp_directory_path() / "kxdata7-postgres-XXXXXX").string();
   if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
   folder_ = name;
@@ -156,13 +157,10 @@ pid_t PostgresServer::Spawn(const std::vector<std::string>& command) const {
   _exit(127);
 }
 
-// The machine under the server does not fail, so recovery need not wait until every file is on the disk;
-// commits do, once the server is up.
 void PostgresServer::Start() {
-  std::ofstream(folder_ / "data" / "postgresql.auto.conf") << "fsync = off\n";
-  server_ =
-      Spawn({programs_ + "/postgres", "-D", (folder_ / "data").string(), "-p", std::to_string(port_), "-c",
-             "listen_addresses=127.0.0.1", "-c", "unix_socket_directories=", "-c", "shared_buffers=32MB"});
+  server_ = Spawn({programs_ + "/postgres", "-D", (folder_ / "data").string(), "-p", std::to_string(port_),
+                   "-c", "listen_addresses=127.0.0.1", "-c", "unix_socket_directories=", "-c",
+                   "shared_buffers=32MB", "-c", durable_ ? "fsync=on" : "fsync=off"});
   std::string reason;
   const bool ready = WaitUntil([&] {
     if (waitpid(server_, nullptr, WNOHANG) != 0) {
@@ -170,9 +168,7 @@ void PostgresServer::Start() {
       throw std::runtime_error("PostgreSQL did not start: " + Log());
     }
     try {
-      const auto link = OpenOdbcEngine(kx::ConnectionString::Parse(ConnectionString()));
-      link->Execute("ALTER SYSTEM SET fsync = on", {});
-      link->Execute("SELECT pg_reload_conf()", {});
+      OpenOdbcEngine(kx::ConnectionString::Parse(ConnectionString()));
       return true;
     } catch (const DatabaseError& error) {
       reason = error.description();

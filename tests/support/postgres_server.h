@@ -14,7 +14,9 @@ namespace kx::test {
 // destructor stops it and removes the folder. Started by the thread that lives longest: it ends with it.
 class PostgresServer {
  public:
-  PostgresServer();
+  // Commits wait for the disk only when `durable`: for figures. Tests end processes, never the machine, and
+  // what a process has written stays.
+  explicit PostgresServer(bool durable = false);
   PostgresServer(const PostgresServer&) = delete;
   PostgresServer& operator=(const PostgresServer&) = delete;
   ~PostgresServer();
@@ -40,6 +42,7 @@ class PostgresServer {
   std::filesystem::path folder_;
   std::string programs_;  // folder
   int port_ = 0;
+  bool durable_ = false;
   pid_t server_ = 0;  // 0: not running
   int databases_ = 0;
 };

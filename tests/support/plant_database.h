@@ -1,0 +1,67 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "database/connection.h"
+#include "tests/support/postgres_server.h"
+
+namespace kx::test {
+
+// A folder of its own under the system's temporary folder, removed at the end.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~TemporaryFolder();
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+enum class DatabaseKind { kSqlite, kPostgres };
+
+// What this run of the test program is about: PostgreSQL when the environment says
+// KXDATA7_TEST_DATABASE=postgresql, SQLite otherwise.
+DatabaseKind TestedDatabase();
+
+// The server of this test program, started when it is asked for first.
+PostgresServer& TestServer();
+
+// A database with the plant's tables, new and empty, and the test's own link to it. Its state can be put
+// aside and brought back while others are connected.
+class PlantDatabase {
+ public:
+  explicit PlantDatabase(DatabaseKind kind);
+  PlantDatabase(const PlantDatabase&) = delete;
+  PlantDatabase& operator=(const PlantDatabase&) = delete;
+  ~PlantDatabase();
+
+  DatabaseKind kind() const { return kind_; }
+  std::string connection_string() const;
+  std::string file() const { return (folder_.path() / "plant.db").string(); }  // of SQLite
+  std::vector<std::string> Tables();
+  std::string Now();  // the database's clock
+
+  void RunScript(std::string_view statements);
+  // Puts rows and key counters of all tables aside, and back as they were then.
+  void Save();
+  void Restore();
+
+  Connection link{OpenEngine};
+
+ private:
+  void RunTogether(const std::vector<std::string>& statements);
+  void CopyTables(std::string_view from, std::string_view to, std::vector<std::string> also);
+
+  DatabaseKind kind_;
+  TemporaryFolder folder_;
+  std::string server_database_;
+  std::vector<std::string> saved_tables_;
+};
+
+}  // namespace kx::test
