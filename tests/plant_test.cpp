@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "component/messages.h"
 #include "component/text.h"
 #include "tests/support/plant.h"
@@ -45,6 +47,59 @@ TEST_P(PlantTest, AppendsQueueWhatTheClientSaid) {
   EXPECT_EQ(component->GetMDCLogCount(&count), S_OK);
   EXPECT_EQ(count, 7);
   EXPECT_TRUE(component.IsConnected());
+}
+
+// A text comes back as it was, through the queue and through the records, or nothing of it is stored.
+TEST_P(PlantTest, TextsAreStoredWholeOrNotAtAll) {
+  std::u16string long_text;
+  while (long_text.size() < 4000) long_text += u"Größe ✓ 日本 \U0001F527 ";
+  long_text.resize(3998);
+  long_text += u"ü!";
+  const struct {
+    std::u16string given;
+    std::optional<std::u16string> stored;  // none: refused
+  } cases[] = {
+      {u"007", u"007"},
+      {u" blanks and\ttabs\r\nlines ", u" blanks and\ttabs\r\nlines "},
+      {u"\\\"?{x}$1:a%_--/*;#`", u"\\\"?{x}$1:a%_--/*;#`"},
+      {u"Zoë Ñandú Ωμέγα 日本語 \U0001F527\U0010FFFD", u"Zoë Ñandú Ωμέγα 日本語 \U0001F527\U0010FFFD"},
+      {long_text, long_text},
+      {u"a\xD83D", u"a\xFFFD"},
+      {u"\xDD27-\xD83D-", u"\xFFFD-\xFFFD-"},
+      {u"\xDD27\xD83D", u"\xFFFD\xFFFD"},
+      {u"O''Neill", u"O'Neill"},
+      {u"''''", u"''"},
+      {u"O'Neill", std::nullopt},
+      {u"'", std::nullopt},
+      {std::u16string(u"cut\0off", 7), std::nullopt},
+      {std::u16string(1, u'\0'), std::nullopt},
+  };
+  plant.Save();
+  for (const auto& text : cases) {
+    SCOPED_TRACE(kxdata7::ToUtf8(text.given));
+    plant.Restore();
+    const kxdata7::Bstr given(text.given);
+    for (const auto& [command, time_code] : {std::pair(120, 2), std::pair(105, 0)}) {
+      kxdata7::Bstr error;
+      VARIANT_BOOL done = VARIANT_FALSE;
+      EXPECT_EQ(
+          component->AppendItemToMDCLog(1, 2, 3, 1, command, given.get(), time_code, error.inout(), &done),
+          S_OK);
+      EXPECT_EQ(done == VARIANT_TRUE, text.stored.has_value());
+    }
+    if (!text.stored) {
+      EXPECT_EQ(plant.Query(kQueue), "");
+      continue;
+    }
+    const std::string stored = kxdata7::ToUtf8(*text.stored);
+    EXPECT_EQ(plant.Query("select PARAM1 from T_SFC_MDC_LOG"), Concat(stored, ";", stored));
+    // A stored apostrophe is one more text that no statement can carry.
+    if (stored.find('\'') != std::string::npos) continue;
+    plant.Execute("update T_SFC_MDC_LOG set TIME_STAMP = '2026-01-12 08:00:00'");
+    plant.ProcessAll();
+    EXPECT_EQ(plant.Query("select PARAM1 from T_SFC_EVENT"), Concat(stored, ";", stored));
+    EXPECT_EQ(plant.Query("select JOB_NUMBER from T_SFC_MACHINE_DATA where MACHINE_DATA_ID > 3"), stored);
+  }
 }
 
 TEST_P(PlantTest, AppendsTryTwentyTimes) {
