@@ -10,12 +10,16 @@
 
 #include "database/connection.h"
 #include "database/database_error.h"
+#include "tests/support/postgres_server.h"
 #include "tools/recorded_input.h"
 
 namespace kx::tool {
 namespace {
 
 namespace fs = std::filesystem;
+
+// In every connection string here; the tool must never print it.
+constexpr const char* kPassword = "geheim";
 
 using CsvRow = std::map<std::string, std::string>;
 
@@ -31,6 +35,12 @@ std::vector<std::string> Lines(const std::string& text) {
   return lines;
 }
 
+std::string Doubled(const std::string& text) {
+  std::string doubled;
+  for (const char c : text) doubled.append(c == '\'' ? 2 : 1, c);
+  return doubled;
+}
+
 class ToolTest : public ::testing::Test {
  protected:
   struct Result {
@@ -43,20 +53,24 @@ class ToolTest : public ::testing::Test {
     std::string name = (fs::temp_directory_path() / "kxdata7-test-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
     folder_ = name;
+    connection_string_ = "Provider=SQLite;Data Source=" + (folder_ / plant_).string();
   }
   ~ToolTest() override { fs::remove_all(folder_); }
 
   // Runs the tool in the temporary folder, with the arguments as a shell reads them.
   Result Run(const std::string& arguments) {
     const std::string command = "cd '" + folder_.string() +
-                                "' && >output 2>errors </dev/null env -u KXDATA7_LIBRARY TZ=UTC "
+                                "' && >output 2>errors </dev/null env -u KXDATA7_LIBRARY TZ=UTC PGTZ=UTC "
                                 // The leak checker of this compiler crashes on the thread storage of the
                                 // library that the tool unloads.
                                 "LSAN_OPTIONS=use_tls=0:print_suppressions=0 '" KXDATA7_TOOL "' " +
                                 arguments;
     const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder_ / "output"),
-            ReadFile(folder_ / "errors")};
+    const Result result = {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder_ / "output"),
+                           ReadFile(folder_ / "errors")};
+    EXPECT_EQ((result.output + result.errors).find(kPassword), std::string::npos)
+        << result.output << result.errors;
+    return result;
   }
 
   // The same for a run that must succeed in silence on the standard error. Returns what it printed.
@@ -98,65 +112,119 @@ class ToolTest : public ::testing::Test {
     std::ofstream(folder_ / file, std::ios::binary) << text;
   }
 
-  Value Query(const std::string& sql, const char* plant = "plant.db") {
+  // Runs one statement on the plant; the first field of its first row.
+  Value Query(const std::string& sql) {
     Connection connection;
-    connection.Open("Provider=SQLite;Data Source=" + (folder_ / plant).string());
+    connection.Open(connection_string_);
     const Rows rows = connection.ExecuteDirect(sql);
     return rows.count() == 0 ? Value() : rows.at(0, 0);
   }
 
   fs::path folder_;
+  std::string plant_ = "plant.db";  // as an argument for the tool
+  std::string connection_string_;
 };
 
-TEST_F(ToolTest, CreatesAPlantAndCompletesAnExistingOne) {
-  const std::string name = "\"it's a \\\"plant\\\";x.db\"";
-  Do("create " + name + " --demo --start 2026-01-12");
+// The cases that hold on an embedded database and on a server.
+class EveryPlantTest : public ToolTest, public ::testing::WithParamInterface<const char*> {
+ protected:
+  static void TearDownTestSuite() { server.reset(); }
+
+  EveryPlantTest() {
+    if (!embedded()) UseNewDatabase();
+  }
+
+  static bool embedded() { return GetParam() == std::string_view("sqlite"); }
+
+  void UseNewDatabase() {
+    if (server == nullptr) server = std::make_unique<test::PostgresServer>();
+    connection_string_ = server->ConnectionString(server->CreateDatabase()) + ";Pwd=" + kPassword;
+    plant_ = "'" + connection_string_ + "'";
+  }
+  void UseNewPlant() {
+    if (!embedded()) return UseNewDatabase();
+    fs::remove(folder_ / "plant.db");
+  }
+
+  // What the database does before a row of the queue is deleted.
+  void OnDelete(const std::string& sqlite, const std::string& postgresql) {
+    if (embedded()) {
+      Query("create trigger MEDDLE before delete on T_SFC_MDC_LOG begin " + sqlite + "; end");
+    } else {
+      Query("create function MEDDLE() returns trigger language plpgsql as 'begin " + Doubled(postgresql) +
+            "; return old; end'");
+      Query("create trigger MEDDLE before delete on T_SFC_MDC_LOG for each row execute function MEDDLE()");
+    }
+  }
+  void NoMoreOnDelete() {
+    Query(embedded() ? "drop trigger MEDDLE" : "drop trigger MEDDLE on T_SFC_MDC_LOG");
+  }
+
+  static inline std::unique_ptr<test::PostgresServer> server;
+};
+INSTANTIATE_TEST_SUITE_P(Plants, EveryPlantTest, ::testing::Values("sqlite", "postgresql"),
+                         [](const auto& each) { return std::string(each.param); });
+
+TEST_F(ToolTest, CreatesAPlantInAFileOfAnyName) {
+  Do("create \"it's a \\\"plant\\\";x.db\"");
   EXPECT_TRUE(fs::exists(folder_ / "it's a \"plant\";x.db"));
-  const auto machines = DoCsv("status " + name);
+  EXPECT_EQ(DoCsv("status \"it's a \\\"plant\\\";x.db\"").size(), 0U);
+}
+
+TEST_P(EveryPlantTest, CreatesAPlantAndCompletesAnExistingOne) {
+  Do("create " + plant_ + " --demo --start 2026-01-12");
+  const auto machines = DoCsv("status " + plant_);
   ASSERT_GE(machines.size(), 4U);
   for (const CsvRow& machine : machines) {
     EXPECT_EQ(machine.at("status"), "idle");
     EXPECT_EQ(machine.at("since"), "2026-01-12 00:00:00");
   }
-  const std::string records = Do("records " + name);
+  const std::string records = Do("records " + plant_);
 
-  Do("create " + name);
-  EXPECT_EQ(Do("records " + name), records);
-  ExpectError("create " + name + " --demo", "in use");
-  EXPECT_EQ(Do("records " + name), records);
+  Query("delete from T_SFC_OPTION where OPTION_CODE = 5");
+  Query("drop table T_SFC_MACHINE_SHIFT");
+  Do("create " + plant_);
+  EXPECT_EQ(Do("records " + plant_), records);
+  EXPECT_EQ(Query("select count(*) from T_SFC_MACHINE_SHIFT").ToInt32(), 0);
+  EXPECT_EQ(Query("select count(*) from T_SFC_OPTION").ToInt32(), 3);
+  ExpectError("create " + plant_ + " --demo", "in use");
+  EXPECT_EQ(Do("records " + plant_), records);
 
-  Do("create plant.db");
-  EXPECT_EQ(DoCsv("status plant.db").size(), 0U);
+  UseNewPlant();
+  Do("create " + plant_);
+  EXPECT_EQ(DoCsv("status " + plant_).size(), 0U);
   EXPECT_EQ(Query("select count(*) from T_SFC_OPTION where BOOL_VAL = 0").ToInt32(), 3);
   Query("update T_SFC_OPTION set BOOL_VAL = 1 where OPTION_CODE = 4");
-  Do("create plant.db");
+  Do("create " + plant_);
   EXPECT_EQ(Query("select sum(BOOL_VAL) from T_SFC_OPTION").ToInt32(), 1);
 }
 
-TEST_F(ToolTest, AddsAMachineWithItsFirstRecord) {
-  Do("create plant.db --demo");
-  Do("machine add plant.db --name 'Säge 1' --number 301 --dept 20 --location 2 --group 20 --dnc "
+TEST_P(EveryPlantTest, AddsAMachineWithItsFirstRecord) {
+  Do("create " + plant_ + " --demo");
+  Do("machine add " + plant_ +
+     " --name 'Säge 1' --number 301 --dept 20 --location 2 --group 20 --dnc "
      "--start '2026-01-12 05:30'");
-  const auto records = DoCsv("records plant.db --dnc --machine 301");
+  const auto records = DoCsv("records " + plant_ + " --dnc --machine 301");
   ASSERT_EQ(records.size(), 1U);
   EXPECT_EQ(records[0].at("start"), "2026-01-12 05:30:00");
   EXPECT_EQ(records[0].at("chart_date"), "2026-01-12");
   EXPECT_EQ(records[0].at("shift"), "");
   EXPECT_EQ(records[0].at("status"), "open");
-  EXPECT_EQ(DoCsv("records plant.db --day 2026-01-12").size(), 1U);
-  ExpectError("machine add plant.db --name X --dept 20 --dnc --group 21", "no group with the DNC number 21");
-  EXPECT_EQ(DoCsv("status plant.db").size(), 5U);
+  EXPECT_EQ(DoCsv("records " + plant_ + " --day 2026-01-12").size(), 1U);
+  ExpectError("machine add " + plant_ + " --name X --dept 20 --dnc --group 21",
+              "no group with the DNC number 21");
+  EXPECT_EQ(DoCsv("status " + plant_).size(), 5U);
 }
 
-TEST_F(ToolTest, QueuesEventsAndWorksThemOff) {
-  Do("create plant.db --demo");
-  EXPECT_EQ(Do("process plant.db"), "Nothing waits.\n");
-  Do("append plant.db --machine 1 --event 'part start' --param 'Größe 7'");
-  Do("append plant.db --dnc --machine 101 --event 'cycle start'");
-  Do("append plant.db --dnc --machine 102 --event 'custom 100 start' --dept 20 --dialect sqlserver");
-  Do("append plant.db --machine 2 --event refresh");
-  Do("append plant.db --machine 2 --event refresh");
-  const auto queue = DoCsv("queue plant.db");
+TEST_P(EveryPlantTest, QueuesEventsAndWorksThemOff) {
+  Do("create " + plant_ + " --demo");
+  EXPECT_EQ(Do("process " + plant_), "Nothing waits.\n");
+  Do("append " + plant_ + " --machine 1 --event 'part start' --param 'Größe 7'");
+  Do("append " + plant_ + " --dnc --machine 101 --event 'cycle start'");
+  Do("append " + plant_ + " --dnc --machine 102 --event 'custom 100 start' --dept 20 --dialect sqlserver");
+  Do("append " + plant_ + " --machine 2 --event refresh");
+  Do("append " + plant_ + " --machine 2 --event refresh");
+  const auto queue = DoCsv("queue " + plant_);
   ASSERT_EQ(queue.size(), 4U);
   EXPECT_EQ(queue[0].at("event"), "part start");
   EXPECT_EQ(queue[0].at("param"), "Größe 7");
@@ -169,14 +237,14 @@ TEST_F(ToolTest, QueuesEventsAndWorksThemOff) {
           .ToInt32(),
       201);
 
-  const std::string first = Do("process plant.db");
+  const std::string first = Do("process " + plant_);
   EXPECT_TRUE(first.starts_with("Applied row 1 (part start, machine 1, ")) << first;
-  EXPECT_EQ(DoCsv("queue plant.db").size(), 3U);
-  const std::string rest = Do("process plant.db --all --dialect access");
+  EXPECT_EQ(DoCsv("queue " + plant_).size(), 3U);
+  const std::string rest = Do("process " + plant_ + " --all --dialect access");
   EXPECT_TRUE(rest.starts_with("Applied 3 of 3 events in ")) << rest;
-  EXPECT_EQ(Lines(Do("queue plant.db")).size(), 1U);
+  EXPECT_EQ(Lines(Do("queue " + plant_)).size(), 1U);
 
-  const auto status = DoCsv("status plant.db");
+  const auto status = DoCsv("status " + plant_);
   EXPECT_EQ(status.at(0).at("status"), "in cycle");
   EXPECT_EQ(status.at(0).at("part"), "Größe 7");
   EXPECT_EQ(Query("select count(*) from T_SFC_MACHINE_EVENT where COMMAND_ID = 12").ToInt32(), 1);
@@ -214,8 +282,8 @@ TEST_F(ToolTest, RefusesWhatCannotBeDone) {
   EXPECT_EQ((secret.output + secret.errors).find("geheim"), std::string::npos) << secret.errors;
 }
 
-TEST_F(ToolTest, ImportReportsBadLinesAndQueuesTheOthers) {
-  Do("create plant.db --demo");
+TEST_P(EveryPlantTest, ImportReportsBadLinesAndQueuesTheOthers) {
+  Do("create " + plant_ + " --demo");
   Write("day.csv",
         "time,event,param,machine\n"
         "2026-01-12 06:00:00,part start,\"A, \"\"B\"\"\",1\n"
@@ -228,7 +296,7 @@ TEST_F(ToolTest, ImportReportsBadLinesAndQueuesTheOthers) {
         "2026-01-12 06:00:06,refresh,,1\n"
         "2026-01-12 06:00:07,cycle end\n" +
             std::string("2026-01-12 06:00:08,part start,A\0B,1\n", 37));
-  const Result result = Run("import plant.db day.csv");
+  const Result result = Run("import " + plant_ + " day.csv");
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.output, "Queued 3 events from day.csv, refused 7 lines.\n");
   const auto errors = Lines(result.errors);
@@ -236,35 +304,36 @@ TEST_F(ToolTest, ImportReportsBadLinesAndQueuesTheOthers) {
   const std::vector<int> expected = {3, 4, 6, 7, 8, 10, 11};
   for (std::size_t i = 0; i < errors.size(); ++i)
     EXPECT_TRUE(errors[i].starts_with("day.csv:" + std::to_string(expected[i]) + ": ")) << errors[i];
-  EXPECT_EQ(Do("queue plant.db --csv"),
+  EXPECT_EQ(Do("queue " + plant_ + " --csv"),
             "row,time,machine,event,param\n"
             "1,2026-01-12 06:00:00,1,part start,\"A, \"\"B\"\"\"\n"
             "2,2026-01-12 06:00:03,2,custom 12,\n"
             "3,2026-01-12 06:00:06,1,refresh,\n");
-  ExpectError("import plant.db day.csv --machine 99", "no machine with the id 99");
-  EXPECT_EQ(DoCsv("queue plant.db").size(), 3U);
+  ExpectError("import " + plant_ + " day.csv --machine 99", "no machine with the id 99");
+  EXPECT_EQ(DoCsv("queue " + plant_).size(), 3U);
 }
 
-TEST_F(ToolTest, StopsAtAnEventThatFails) {
-  Do("create plant.db --demo --start 2026-01-12");
+TEST_P(EveryPlantTest, StopsAtAnEventThatFails) {
+  Do("create " + plant_ + " --demo --start 2026-01-12");
   Write("day.csv",
         "time,event,param\n"
         "2026-01-12 06:10:00,good,1\n"
         "2026-01-12 06:20:00,good,2\n"
         "2026-01-12 06:30:00,good,3\n");
-  Do("import plant.db day.csv --machine 3");
+  Do("import " + plant_ + " day.csv --machine 3");
   Query("update T_SFC_MDC_LOG set PARAM1 = '70000' where MDC_LOG_ID = 2");
-  const Result failed = Run("process plant.db --all");
+  const Result failed = Run("process " + plant_ + " --all");
   EXPECT_EQ(failed.status, 1);
   EXPECT_TRUE(failed.output.starts_with("Applied 1 of 3 events")) << failed.output;
   EXPECT_EQ(failed.errors, "kxdata7: row 2 (good, machine 3, 2026-01-12 06:20:00): Overflow\n");
-  ExpectError("process plant.db", "row 2 (good, machine 3, 2026-01-12 06:20:00): Overflow");
-  EXPECT_EQ(DoCsv("queue plant.db").size(), 2U);
+  ExpectError("process " + plant_, "row 2 (good, machine 3, 2026-01-12 06:20:00): Overflow");
+  EXPECT_EQ(DoCsv("queue " + plant_).size(), 2U);
 
   // An event that cannot be taken off the queue would be applied again and again.
   Query("update T_SFC_MDC_LOG set PARAM1 = '2' where MDC_LOG_ID = 2");
-  Query("create trigger KEEP before delete on T_SFC_MDC_LOG begin select raise(abort, 'kept'); end");
-  ExpectError("process plant.db --all", "row 2 (good, machine 3, 2026-01-12 06:20:00) was applied, but");
+  OnDelete("select raise(abort, 'kept')", "raise exception 'kept'");
+  ExpectError("process " + plant_ + " --all",
+              "row 2 (good, machine 3, 2026-01-12 06:20:00) was applied, but");
   EXPECT_EQ(Query("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA").ToInt32(), 3);
 }
 
@@ -303,19 +372,21 @@ TEST_F(ToolTest, ExplainsAnEventByATrialThatLeavesThePlantAlone) {
   EXPECT_EQ(Do("status plant.db") + Do("records plant.db") + Do("queue plant.db"), before);
 }
 
-// Whatever the dialect, the shipped day gives the same records, and its counts are those that were reported.
-TEST_F(ToolTest, WorksTheSampleDayInEveryDialect) {
+// Whatever the database and the dialect, the shipped day gives the same records, and its counts are those
+// that were reported.
+TEST_P(EveryPlantTest, WorksTheSampleDayInEveryDialect) {
   const std::string samples = KXDATA7_SOURCE_DIR "/samples/";
-  std::string records;
-  for (const char* dialect : {"oracle", "access", "sqlserver"}) {
-    const std::string plant = std::string(dialect) + ".db";
+  const auto work_day = [&](const std::string& plant, const std::string& dialect) {
     Do("create " + plant + " --demo --start 2026-01-12");
     Do("import " + plant + " '" + samples + "day-2026-01-12.csv' --dnc");
     Do("import " + plant + " '" + samples + "mill2-2026-01-12.shdr' --dnc --machine 104");
     Do("process " + plant + " --all --dialect " + dialect);
-    const std::string got = Do("records " + plant + " --csv");
-    if (records.empty()) records = got;
-    EXPECT_EQ(got, records) << dialect;
+    return Do("records " + plant + " --csv");
+  };
+  const std::string records = work_day("first.db", "oracle");
+  for (const char* dialect : {"oracle", "access", "sqlserver"}) {
+    UseNewPlant();
+    EXPECT_EQ(work_day(plant_, dialect), records) << dialect;
   }
 
   std::ifstream csv(samples + "day-2026-01-12.csv");
@@ -334,7 +405,7 @@ TEST_F(ToolTest, WorksTheSampleDayInEveryDialect) {
     int counted = 0;
     int open = 0;
     std::string last_stop = "2026-01-12 00:00:00";
-    for (const CsvRow& record : DoCsv("records oracle.db --dnc --machine " + std::to_string(machine))) {
+    for (const CsvRow& record : DoCsv("records " + plant_ + " --dnc --machine " + std::to_string(machine))) {
       counted += std::stoi(record.at("good"));
       open += record.at("stop").empty() ? 1 : 0;
       EXPECT_EQ(record.at("start"), last_stop);
