@@ -12,6 +12,7 @@
 #include "machinedata/completion.h"
 #include "mdclog/append.h"
 #include "mdclog/dispatch.h"
+#include "mdclog/statement_trials.h"
 
 namespace kx {
 namespace {
@@ -179,13 +180,33 @@ HRESULT CKXData7Obj::Invoke(DISPID dispIdMember, REFIID riid, LCID, WORD wFlags,
 }
 
 HRESULT CKXData7Obj::InterfaceSupportsErrorInfo(REFIID riid) {
-  return riid == IID__CKXData7Obj || riid == IID_IDispatch ? S_OK : S_FALSE;
+  const bool supports = riid == IID__CKXData7Obj || riid == IID_IDispatch || riid == IID_IKXData7Diagnosis;
+  return supports ? S_OK : S_FALSE;
+}
+
+HRESULT CKXData7Obj::GetServerTime(BSTR* result) {
+  return RunForResult(
+      result, [&] { return kxdata7::Bstr::FromUtf8(kx::GetServerTime(session_).ToText()).release(); });
+}
+
+HRESULT CKXData7Obj::TryStatements(LONG lIndex, BSTR* name, BSTR* strError) {
+  if (name == nullptr || strError == nullptr) return RefuseNullPointer();
+  *name = *strError = nullptr;
+  const StatementTrial* const trial = FindStatementTrial(lIndex);
+  if (trial == nullptr) return S_FALSE;
+  return Run([&] {
+    const std::string error = RunStatementTrial(session_, *trial);
+    kxdata7::Bstr name_text = kxdata7::Bstr::FromUtf8(trial->name);
+    if (!error.empty()) *strError = kxdata7::Bstr::FromUtf8(error).release();
+    *name = name_text.release();
+  });
 }
 
 void* CKXData7Obj::FindInterface(REFIID iid) {
   if (iid == IID_IUnknown || iid == IID_IDispatch || iid == IID__CKXData7Obj) {
     return static_cast<_CKXData7Obj*>(this);
   }
+  if (iid == IID_IKXData7Diagnosis) return static_cast<IKXData7Diagnosis*>(this);
   return iid == IID_ISupportErrorInfo ? static_cast<ISupportErrorInfo*>(this) : nullptr;
 }
 

@@ -14,7 +14,7 @@ namespace kx {
 // are refused before anything runs; one call at a time, a second one is refused and touches nothing; no
 // exception and no open transaction leaves a call; a failing call has its text in the thread's error info,
 // and a succeeding one leaves none there.
-class CKXData7Obj final : public com::Unknown<_CKXData7Obj, ISupportErrorInfo> {
+class CKXData7Obj final : public com::Unknown<_CKXData7Obj, ISupportErrorInfo, IKXData7Diagnosis> {
  public:
   HRESULT STDMETHODCALLTYPE IsConnected(VARIANT_BOOL* result) override;
   HRESULT STDMETHODCALLTYPE ConnectToDatabase(BSTR strConnectionString, LONG lDatabaseType, BSTR* strError,
@@ -41,6 +41,9 @@ class CKXData7Obj final : public com::Unknown<_CKXData7Obj, ISupportErrorInfo> {
                                    UINT* puArgErr) override;
 
   HRESULT STDMETHODCALLTYPE InterfaceSupportsErrorInfo(REFIID riid) override;
+
+  HRESULT STDMETHODCALLTYPE GetServerTime(BSTR* result) override;
+  HRESULT STDMETHODCALLTYPE TryStatements(LONG lIndex, BSTR* name, BSTR* strError) override;
 
  private:
   // Runs `work()` inside the boundary.

@@ -385,6 +385,10 @@ inline constexpr CLSID CLSID_CKXData7Obj{
 inline constexpr IID IID__CKXData7Obj{
     0xCCB76FB7, 0xFDFA, 0x4D13, {0xB7, 0xDC, 0x58, 0x09, 0x19, 0x1A, 0x46, 0x43}};
 
+// {9CB6F163-CD5B-4E32-A6A0-18A9F7AB1C44}
+inline constexpr IID IID_IKXData7Diagnosis{
+    0x9CB6F163, 0xCD5B, 0x4E32, {0xA6, 0xA0, 0x18, 0xA9, 0xF7, 0xAB, 0x1C, 0x44}};
+
 // Through IDispatch the methods have the ids 1 to 8, in this order.
 //
 // Results. A method's outcome is `*result`; the HRESULT says whether the call itself took place. It is S_OK
@@ -440,6 +444,21 @@ struct _CKXData7Obj : IDispatch {
 
  protected:
   ~_CKXData7Obj() = default;
+};
+
+// A second interface of the same object, for tools that examine an installation. Its methods leave nothing
+// behind in the database. They answer as the methods of _CKXData7Obj do.
+struct IKXData7Diagnosis : IUnknown {
+  // The clock of the database, by which events are queued, as "YYYY-MM-DD HH:MM:SS".
+  virtual HRESULT STDMETHODCALLTYPE GetServerTime(BSTR* result) = 0;
+
+  // Tries one kind of the statements that the component writes in the connected dialect; what it writes is
+  // rolled back. `*name` says which kind, `*strError` why it failed and is a null BSTR when it did not. Kinds
+  // are counted from 0; S_FALSE for a `lIndex` that is none.
+  virtual HRESULT STDMETHODCALLTYPE TryStatements(LONG lIndex, BSTR* name, BSTR* strError) = 0;
+
+ protected:
+  ~IKXData7Diagnosis() = default;
 };
 
 // ---- A small C++ client ----

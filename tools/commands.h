@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/plant.h"
 
@@ -34,6 +35,16 @@ int Process(const PlantOptions& options, bool all);
 int Explain(const PlantOptions& options, std::optional<std::int32_t> row);
 
 int ListQueue(const PlantOptions& options, bool csv);
+// Shows the first event of the queue, why it does not go through, and how many wait behind it.
+int ShowHead(const PlantOptions& options);
+
+// Moves the event in row `row` out of the queue, with `reason` or, where that is empty and a trial can be
+// made, the error that keeps it there. Nothing is moved when the row does not wait.
+int SetAside(const PlantOptions& options, std::int32_t row, const std::string& reason);
+// Moves it back to the place in the queue that it had.
+int PutBack(const PlantOptions& options, std::int32_t row);
+int ListAside(const PlantOptions& options, bool csv);
+
 int ListStatus(const PlantOptions& options, bool csv);
 
 struct RecordFilter {
@@ -41,6 +52,10 @@ struct RecordFilter {
   std::optional<DateTime> day;  // the chart date
 };
 int ListRecords(const PlantOptions& options, const RecordFilter& filter, bool csv);
+
+// Examines the plant, its tables and what the component writes there, a line a finding. 1 when something is
+// missing or fails.
+int Doctor(const PlantOptions& options);
 
 // One waiting event, as an operator reads it.
 struct QueuedEvent {
@@ -55,8 +70,17 @@ struct QueuedEvent {
   std::string Name() const;         // "cycle start"
   std::string Description() const;  // "row 7 (cycle start, machine 3, 2026-01-12 06:00:00)"
 };
-// The events that wait, or the first one alone.
-std::vector<QueuedEvent> ReadQueue(Plant& plant, bool first_only = false);
+// The events that wait.
+std::vector<QueuedEvent> ReadQueue(Plant& plant);
+// The event in row `row` of the queue, or the first one; nothing when it does not wait.
+std::optional<QueuedEvent> ReadQueuedEvent(Plant& plant, std::optional<std::int32_t> row = {});
+
+// What would keep the event in row `row` in the queue if it were worked in now, ahead of all others; empty:
+// nothing would. Tried on a copy of the plant, so nothing is returned for a plant that cannot be copied.
+std::optional<std::string> TrialError(const PlantOptions& options, std::int32_t row);
+
+// Says how many events are set aside, when there are any.
+void MentionAside(Plant& plant);
 
 std::string StatusName(const Value& status_code);
 

@@ -54,4 +54,31 @@ std::int32_t Component::Count() {
   return count;
 }
 
+bool Component::IsConnected() {
+  VARIANT_BOOL connected = VARIANT_FALSE;
+  library_.Check(object_->IsConnected(&connected));
+  return connected == VARIANT_TRUE;
+}
+
+kxdata7::ComPtr<IKXData7Diagnosis> Component::Diagnosis() const {
+  auto diagnosis = object_.Query<IKXData7Diagnosis>(IID_IKXData7Diagnosis);
+  if (!diagnosis) throw ToolError("the component is older than this tool");
+  return diagnosis;
+}
+
+DateTime Component::ServerTime() {
+  kxdata7::Bstr time;
+  library_.Check(Diagnosis()->GetServerTime(time.out()));
+  return Value(time.ToUtf8()).ToDateTime();
+}
+
+std::optional<Component::Trial> Component::Try(std::int32_t index) {
+  kxdata7::Bstr name;
+  kxdata7::Bstr error;
+  const HRESULT result = Diagnosis()->TryStatements(index, name.out(), error.out());
+  library_.Check(result);
+  if (result == S_FALSE) return std::nullopt;
+  return Trial{name.ToUtf8(), error.ToUtf8()};
+}
+
 }  // namespace kx::tool

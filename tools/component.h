@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "KXData7.h"
@@ -24,8 +25,21 @@ class Component {
   // but stays.
   bool DoNext(std::string& error);
   std::int32_t Count();
+  bool IsConnected();
+
+  // The database's clock.
+  DateTime ServerTime();
+  // What the component tries on the database, and why it fails; empty: it does not.
+  struct Trial {
+    std::string name;
+    std::string error;
+  };
+  // Trial `index`, counted from 0; nothing past the last.
+  std::optional<Trial> Try(std::int32_t index);
 
  private:
+  kxdata7::ComPtr<IKXData7Diagnosis> Diagnosis() const;
+
   kxdata7::Library library_;
   kxdata7::ComPtr<_CKXData7Obj> object_;
 };

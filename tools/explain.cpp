@@ -96,18 +96,36 @@ void PrepareCopy(Plant& copy, Component& component, const std::vector<QueuedEven
   }
 }
 
+// Copies the plant to `file`. False: it is no plant that can be copied.
+bool CopyPlant(const PlantOptions& options, const std::string& file) {
+  Plant plant(options);
+  if (plant.db.target() != SqlTarget::kSqlite) return false;
+  plant.Run("vacuum into ?", {file});
+  return true;
+}
+
+PlantOptions InFile(const PlantOptions& options, std::string file) {
+  return {std::move(file), options.library, options.dialect, false};
+}
+
 }  // namespace
+
+std::optional<std::string> TrialError(const PlantOptions& options, std::int32_t row) {
+  const TemporaryFolder folder;
+  const PlantOptions copy = InFile(options, folder.File("copy.db"));
+  if (!CopyPlant(options, copy.plant)) return std::nullopt;
+  Plant(copy).Run("delete from T_SFC_MDC_LOG where MDC_LOG_ID <> ?", {row});
+  std::string error;
+  const bool done = Component(copy, PlantConnectionString(copy.plant)).DoNext(error);
+  return done || !error.empty() ? error : "the event is applied, but its row cannot be deleted";
+}
 
 int Explain(const PlantOptions& options, std::optional<std::int32_t> row) {
   const TemporaryFolder folder;
-  const PlantOptions before{folder.File("before.db"), options.library, options.dialect, false};
-  const PlantOptions after{folder.File("after.db"), options.library, options.dialect, false};
-  {
-    Plant plant(options);
-    if (plant.db.target() != SqlTarget::kSqlite)
-      throw ToolError("explain tries the event on a copy, and only an SQLite plant can be copied");
-    plant.Run("vacuum into ?", {before.plant});
-  }
+  const PlantOptions before = InFile(options, folder.File("before.db"));
+  const PlantOptions after = InFile(options, folder.File("after.db"));
+  if (!CopyPlant(options, before.plant))
+    throw ToolError("explain tries the event on a copy, and only an SQLite plant can be copied");
   Plant copy(before);
   const std::vector<QueuedEvent> queue = ReadQueue(copy);
   const auto event = row ? std::ranges::find(queue, *row, &QueuedEvent::row) : queue.begin();

@@ -56,21 +56,33 @@ std::string QueuedEvent::Description() const {
          time + ")";
 }
 
-std::vector<QueuedEvent> ReadQueue(Plant& plant, bool first_only) {
+namespace {
+
+std::vector<QueuedEvent> ReadEvents(Plant& plant, const std::string& condition,
+                                    std::initializer_list<Value> parameters = {}) {
   const Rows rows = plant.Run(
-      std::string(
-          "select l.MDC_LOG_ID, l.COMMAND_ID, c.COMMAND_TYPE_CODE, l.COMMAND_TIME_CODE, l.MACHINE_ID, "
-          "l.TIME_STAMP, l.PARAM1 from T_SFC_MDC_LOG l "
-          "left join T_SFC_COMMAND c on c.COMMAND_ID = l.COMMAND_ID") +
-      (first_only ? " where l.MDC_LOG_ID in (select min(MDC_LOG_ID) from T_SFC_MDC_LOG)" : "") +
-      " order by l.MDC_LOG_ID");
-  std::vector<QueuedEvent> queue;
+      "select l.MDC_LOG_ID, l.COMMAND_ID, c.COMMAND_TYPE_CODE, l.COMMAND_TIME_CODE, l.MACHINE_ID, "
+      "l.TIME_STAMP, l.PARAM1 from T_SFC_MDC_LOG l left join T_SFC_COMMAND c on c.COMMAND_ID = l.COMMAND_ID" +
+          condition + " order by l.MDC_LOG_ID",
+      parameters);
+  std::vector<QueuedEvent> events;
   for (std::size_t i = 0; i < rows.count(); ++i) {
-    queue.push_back({rows.at(i, 0).ToInt32(), rows.at(i, 1).ToInt32Or(-1), rows.at(i, 2).ToInt32Or(-1),
-                     rows.at(i, 3).ToInt32Or(-1), rows.at(i, 4).ToInt32Or(-1), rows.at(i, 5).ToTextOr(""),
-                     rows.at(i, 6).ToTextOr("")});
+    events.push_back({rows.at(i, 0).ToInt32(), rows.at(i, 1).ToInt32Or(-1), rows.at(i, 2).ToInt32Or(-1),
+                      rows.at(i, 3).ToInt32Or(-1), rows.at(i, 4).ToInt32Or(-1), rows.at(i, 5).ToTextOr(""),
+                      rows.at(i, 6).ToTextOr("")});
   }
-  return queue;
+  return events;
+}
+
+}  // namespace
+
+std::vector<QueuedEvent> ReadQueue(Plant& plant) { return ReadEvents(plant, ""); }
+
+std::optional<QueuedEvent> ReadQueuedEvent(Plant& plant, std::optional<std::int32_t> row) {
+  const auto events =
+      row ? ReadEvents(plant, " where l.MDC_LOG_ID = ?", {*row})
+          : ReadEvents(plant, " where l.MDC_LOG_ID in (select min(MDC_LOG_ID) from T_SFC_MDC_LOG)");
+  return events.empty() ? std::nullopt : std::optional(events.front());
 }
 
 int ListQueue(const PlantOptions& options, bool csv) {
@@ -79,6 +91,7 @@ int ListQueue(const PlantOptions& options, bool csv) {
   for (const QueuedEvent& event : ReadQueue(plant))
     table.Add({event.row, event.time, event.machine_id, event.Name(), event.param});
   table.Print(std::cout, csv);
+  if (!csv) MentionAside(plant);
   return 0;
 }
 
@@ -98,6 +111,7 @@ int ListStatus(const PlantOptions& options, bool csv) {
     table.Add(std::move(row));
   }
   table.Print(std::cout, csv);
+  if (!csv) MentionAside(plant);
   return 0;
 }
 

@@ -1,7 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
-#include <chrono>
+#include <ctime>
 #include <exception>
 #include <functional>
 #include <iostream>
@@ -13,13 +13,7 @@
 namespace kx::tool {
 namespace {
 
-DateTime Today() {
-  const auto now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-  tm local{};
-  localtime_r(&now, &local);
-  return DateTime(local.tm_year + 1900, static_cast<unsigned>(local.tm_mon + 1),
-                  static_cast<unsigned>(local.tm_mday));
-}
+DateTime Today() { return PlantTime(std::time(nullptr)).Date(); }
 
 const CLI::Validator kDateTime(
     [](std::string& text) {
@@ -51,11 +45,18 @@ struct CommandLine {
   ImportOptions import;
   RecordFilter filter;
   std::optional<std::int32_t> row;
+  bool head = false, aside = false;
+  std::int32_t moved_row = 0;
+  std::string reason;
 
   CommandLine();
 
  private:
   CLI::App* Command(CLI::App& parent, const char* name, const char* description, std::function<int()> action);
+  void AddQueueCommands();
+  CLI::Option* AddCsvFlag(CLI::App& listing) {
+    return listing.add_flag("--csv", csv, "Comma-separated, with full precision");
+  }
   DateTime Start() const { return start.empty() ? Today() : *DateTime::Parse(start); }
 };
 
@@ -66,7 +67,9 @@ CLI::App* CommandLine::Command(CLI::App& parent, const char* name, const char* d
       ->add_option("PLANT", plant.plant, "The plant: an SQLite file, or a connection string, which has a =")
       ->required();
   command->fallthrough();
-  command->callback([this, action = std::move(action)] { run = action; });
+  command->callback([this, command, action = std::move(action)] {
+    if (command->get_subcommands().empty()) run = action;
+  });
   return command;
 }
 
@@ -155,12 +158,9 @@ CommandLine::CommandLine() {
   command->add_option("ROW", row,
                       "Its row in the queue, the first one when not given; those ahead of it go before");
 
-  const auto add_csv_flag = [this](CLI::App* listing) {
-    listing->add_flag("--csv", csv, "Comma-separated, with full precision");
-  };
-  add_csv_flag(Command(app, "queue", "Lists the events that wait", [this] { return ListQueue(plant, csv); }));
-  add_csv_flag(Command(app, "status", "Lists the machines and what they do",
-                       [this] { return ListStatus(plant, csv); }));
+  AddQueueCommands();
+  AddCsvFlag(*Command(app, "status", "Lists the machines and what they do",
+                      [this] { return ListStatus(plant, csv); }));
   command = Command(app, "records", "Lists the records", [this] {
     if (!day.empty()) filter.day = DateTime::Parse(day);
     return ListRecords(plant, filter, csv);
@@ -169,7 +169,39 @@ CommandLine::CommandLine() {
   command->add_option("--day", day, "Booked on this day (chart date), as YYYY-MM-DD")
       ->type_name("TIME")
       ->check(kDateTime);
-  add_csv_flag(command);
+  AddCsvFlag(*command);
+  Command(app, "doctor", "Examines the plant, its tables and what the component writes there",
+          [this] { return Doctor(plant); });
+}
+
+void CommandLine::AddQueueCommands() {
+  CLI::App* const queue = Command(app, "queue", "Lists the events that wait, and sets events aside", [this] {
+    return head ? ShowHead(plant) : aside ? ListAside(plant, csv) : ListQueue(plant, csv);
+  });
+  CLI::Option* const csv_flag = AddCsvFlag(*queue);
+  CLI::Option* const head_flag = queue->add_flag(
+      "--head", head, "Shows the first event, why it does not go through, and how many wait behind it");
+  queue->add_flag("--aside", aside, "Lists the events that are set aside")->excludes(head_flag);
+  head_flag->excludes(csv_flag);
+
+  const auto add_row = [this](CLI::App* command) {
+    command->add_option("ROW", moved_row, "Its row in the queue")->required();
+  };
+  CLI::App* command = Command(*queue, "set-aside", "Moves an event out of the queue",
+                              [this] { return SetAside(plant, moved_row, reason); });
+  add_row(command);
+  command->add_option("--reason", reason,
+                      "Why; when not given, the error that keeps the event at the head of an SQLite plant");
+  add_row(Command(*queue, "put-back", "Moves an event that is set aside back to its place in the queue",
+                  [this] { return PutBack(plant, moved_row); }));
+
+  // The plant belongs to the command that is given last.
+  CLI::Option* const own_plant = queue->get_option("PLANT")->required(false);
+  queue->parse_complete_callback([queue, own_plant] {
+    if (queue->get_subcommands().empty() == (own_plant->count() != 0)) return;
+    if (own_plant->count() == 0) throw CLI::RequiredError("PLANT");
+    throw CLI::ExtrasError({own_plant->as<std::string>()});
+  });
 }
 
 int Main(int argc, char** argv) {

@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <utility>
 
-#include "database/database_error.h"
 #include "database/sql_script.h"
 #include "database/table_key.h"
 #include "database/utf.h"
@@ -128,6 +127,21 @@ std::int32_t Plant::NumberOf(std::string_view table, std::int32_t id) {
   return rows.at(0, 0).ToInt32();
 }
 
+std::string_view SchemaName(const Plant& plant, std::int32_t dialect) {
+  switch (plant.db.target()) {
+    case SqlTarget::kSqlite: return "sqlite";
+    case SqlTarget::kPostgres: return "postgresql";
+    case SqlTarget::kNative: break;
+  }
+  constexpr std::array<std::string_view, 3> kNames = {"oracle", "access", "sqlserver"};
+  return kNames.at(static_cast<std::size_t>(dialect));
+}
+
+bool IsMissingTable(const DatabaseError& error) {
+  return error.sqlstate() == "42S02" || error.sqlstate() == "42P01" ||
+         error.description().starts_with("no such table");
+}
+
 std::int32_t AddMachine(Plant& plant, const NewMachine& machine, DateTime start) {
   const auto insert = [&](std::string_view table, const std::string& columns,
                           std::initializer_list<Value> values) {
@@ -154,13 +168,10 @@ void CreatePlant(const PlantOptions& options, bool demo, DateTime start) {
   PlantOptions demo_numbers = options;
   demo_numbers.by_dnc = true;
   Plant plant(demo_numbers, OpenMode::kCreate);
-  const SqlTarget target = plant.db.target();
-  const std::string_view schema = SchemaSql(target == SqlTarget::kSqlite     ? "sqlite"
-                                            : target == SqlTarget::kPostgres ? "postgresql"
-                                                                             : "");
-  if (schema.empty()) throw ToolError("create has no tables for this database; load them with its own tools");
+  if (plant.db.target() == SqlTarget::kNative)
+    throw ToolError("create has no tables for this database; load them with its own tools");
   plant.db.Begin();
-  RunAll(plant, schema);
+  RunAll(plant, SchemaSql(SchemaName(plant, options.dialect)));
   if (demo) {
     if (!IsEmpty(plant)) throw ToolError("the demo needs an empty plant, and this one is in use");
     RunAll(plant, SchemaSql("demo"));

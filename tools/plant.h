@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "database/connection.h"
+#include "database/database_error.h"
 
 namespace kx::tool {
 
@@ -69,6 +70,12 @@ class Plant {
   const bool by_dnc_;
   std::map<std::int32_t, Command> commands_of_type_;
 };
+
+// The name of the schema file of the plant's database, which under a native dialect is that of the dialect.
+std::string_view SchemaName(const Plant& plant, std::int32_t dialect);
+
+// Whether a statement failed because its table is not there.
+bool IsMissingTable(const DatabaseError& error);
 
 struct NewMachine {
   std::string name;

@@ -174,14 +174,6 @@ class ShdrReader {
   std::optional<std::int32_t> part_count_;
 };
 
-DateTime UtcToPlantTime(DateTime utc) {
-  const time_t seconds = utc.time().time_since_epoch().count();
-  tm local{};
-  if (localtime_r(&seconds, &local) == nullptr) throw ToolError("the time lies out of range");
-  return DateTime(local.tm_year + 1900, static_cast<unsigned>(local.tm_mon + 1),
-                  static_cast<unsigned>(local.tm_mday), local.tm_hour, local.tm_min, local.tm_sec);
-}
-
 }  // namespace
 
 Recording ReadCsv(std::istream& input) {
@@ -208,11 +200,18 @@ Recording ReadShdr(std::istream& input) {
   return recording;
 }
 
+DateTime PlantTime(std::time_t seconds) {
+  tm local{};
+  if (localtime_r(&seconds, &local) == nullptr) throw ToolError("the time lies out of range");
+  return DateTime(local.tm_year + 1900, static_cast<unsigned>(local.tm_mon + 1),
+                  static_cast<unsigned>(local.tm_mday), local.tm_hour, local.tm_min, local.tm_sec);
+}
+
 DateTime ParseRecordedTime(std::string_view text) {
   const bool utc = text.ends_with('Z');
   const auto time = DateTime::Parse(utc ? text.substr(0, text.size() - 1) : text);
   if (!time) throw ToolError("\"" + std::string(text) + "\" is no date and time");
-  return utc ? UtcToPlantTime(*time) : *time;
+  return utc ? PlantTime(time->time().time_since_epoch().count()) : *time;
 }
 
 }  // namespace kx::tool
