@@ -60,10 +60,11 @@ class ToolTest : public ::testing::Test {
   // Runs the tool in the temporary folder, with the arguments as a shell reads them.
   Result Run(const std::string& arguments) {
     const std::string command = "cd '" + folder_.string() +
-                                "' && >output 2>errors </dev/null env -u KXDATA7_LIBRARY TZ=UTC PGTZ=UTC "
+                                "' && >output 2>errors </dev/null env -u KXDATA7_LIBRARY " + environment_ +
+
                                 // The leak checker of this compiler crashes on the thread storage of the
                                 // library that the tool unloads.
-                                "LSAN_OPTIONS=use_tls=0:print_suppressions=0 '" KXDATA7_TOOL "' " +
+                                " LSAN_OPTIONS=use_tls=0:print_suppressions=0 '" KXDATA7_TOOL "' " +
                                 arguments;
     const int status = std::system(command.c_str());
     const Result result = {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder_ / "output"),
@@ -121,6 +122,7 @@ class ToolTest : public ::testing::Test {
   }
 
   fs::path folder_;
+  std::string environment_ = "TZ=UTC PGTZ=UTC";
   std::string plant_ = "plant.db";  // as an argument for the tool
   std::string connection_string_;
 };
@@ -128,8 +130,6 @@ class ToolTest : public ::testing::Test {
 // The cases that hold on an embedded database and on a server.
 class EveryPlantTest : public ToolTest, public ::testing::WithParamInterface<const char*> {
  protected:
-  static void TearDownTestSuite() { server.reset(); }
-
   EveryPlantTest() {
     if (!embedded()) UseNewDatabase();
   }
@@ -151,8 +151,8 @@ class EveryPlantTest : public ToolTest, public ::testing::WithParamInterface<con
     if (embedded()) {
       Query("create trigger MEDDLE before delete on T_SFC_MDC_LOG begin " + sqlite + "; end");
     } else {
-      Query("create function MEDDLE() returns trigger language plpgsql as 'begin " + Doubled(postgresql) +
-            "; return old; end'");
+      Query("create or replace function MEDDLE() returns trigger language plpgsql as 'begin " +
+            Doubled(postgresql) + "; return old; end'");
       Query("create trigger MEDDLE before delete on T_SFC_MDC_LOG for each row execute function MEDDLE()");
     }
   }
@@ -160,7 +160,7 @@ class EveryPlantTest : public ToolTest, public ::testing::WithParamInterface<con
     Query(embedded() ? "drop trigger MEDDLE" : "drop trigger MEDDLE on T_SFC_MDC_LOG");
   }
 
-  static inline std::unique_ptr<test::PostgresServer> server;
+  static inline std::unique_ptr<test::PostgresServer> server;  // ends with the program
 };
 INSTANTIATE_TEST_SUITE_P(Plants, EveryPlantTest, ::testing::Values("sqlite", "postgresql"),
                          [](const auto& each) { return std::string(each.param); });
@@ -335,6 +335,171 @@ TEST_P(EveryPlantTest, StopsAtAnEventThatFails) {
   ExpectError("process " + plant_ + " --all",
               "row 2 (good, machine 3, 2026-01-12 06:20:00) was applied, but");
   EXPECT_EQ(Query("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA").ToInt32(), 3);
+}
+
+TEST_P(EveryPlantTest, ShowsTheHeadAndSetsEventsAside) {
+  Do("create " + plant_ + " --demo --start 2026-01-12");
+  EXPECT_EQ(Do("queue " + plant_ + " --head"), "Nothing waits.\n");
+  Write("day.csv",
+        "time,event,param\n"
+        "2026-01-12 06:10:00,good,1\n"
+        "2026-01-12 06:20:00,good,2\n"
+        "2026-01-12 06:30:00,refresh,\n");
+  Do("import " + plant_ + " day.csv --machine 3");
+  Query("update T_SFC_MDC_LOG set PARAM1 = '70000' where MDC_LOG_ID = 1");
+  const std::string queue = Do("queue " + plant_);
+  const std::string first = "row 1 (good, machine 3, 2026-01-12 06:10:00)";
+  EXPECT_EQ(
+      Do("queue " + plant_ + " --head"),
+      "First:  " + first + ", \"70000\"\nSince:  2026-01-12 06:10:00\nBehind: 2\nError:  " +
+          (embedded() ? "Overflow\n"
+                      : "\"kxdata7 process\" shows it; only an SQLite plant can be copied for a trial\n"));
+
+  const auto set_aside = [&](int row) { return "queue set-aside " + plant_ + " " + std::to_string(row); };
+  const auto put_back = [&](int row) { return "queue put-back " + plant_ + " " + std::to_string(row); };
+  ExpectError(set_aside(9), "row 9 does not wait");
+  ExpectError(put_back(1), "row 1 is not set aside");
+  EXPECT_EQ(Do(set_aside(1)), "Set aside " + first + (embedded() ? ": Overflow.\n" : ".\n"));
+  EXPECT_EQ(Do(set_aside(3) + " --reason \"it's late\""),
+            "Set aside row 3 (refresh, machine 3, 2026-01-12 06:30:00): it's late.\n");
+  ExpectError(set_aside(1), "row 1 does not wait");
+  for (const char* listing : {"queue ", "status "})
+    EXPECT_EQ(Lines(Do(listing + plant_)).back(),
+              "2 events are set aside; \"kxdata7 queue --aside\" lists them.");
+  const auto aside = DoCsv("queue " + plant_ + " --aside");
+  ASSERT_EQ(aside.size(), 2U);
+  EXPECT_EQ(aside[0].at("event"), "good");
+  EXPECT_EQ(aside[0].at("param"), "70000");
+  EXPECT_EQ(aside[0].at("error"), embedded() ? "Overflow" : "");
+  EXPECT_TRUE(DateTime::Parse(aside[0].at("set_aside"))) << aside[0].at("set_aside");
+  EXPECT_EQ(aside[1].at("event"), "refresh");
+  EXPECT_EQ(aside[1].at("error"), "it's late");
+  EXPECT_EQ(DoCsv("queue " + plant_).size(), 1U);
+
+  EXPECT_EQ(Do(put_back(3)), "Put back row 3.\n");
+  EXPECT_EQ(Do(put_back(1)), "Put back row 1.\n");
+  ExpectError(put_back(1), "row 1 is not set aside");
+  EXPECT_EQ(Do("queue " + plant_), queue);
+
+  // What goes on without the event, and the event's own turn later.
+  Do(set_aside(1));
+  EXPECT_TRUE(Do("process " + plant_ + " --all").starts_with("Applied 2 of 2 events"));
+  Query("update T_SFC_MDC_LOG_ASIDE set PARAM1 = '4'");
+  Do(put_back(1));
+  Do("process " + plant_);
+  EXPECT_EQ(Query("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA").ToInt32(), 6);
+}
+
+TEST_P(EveryPlantTest, MovesAnEventWholeOrNotAtAll) {
+  Do("create " + plant_ + " --demo");
+  for (int row = 0; row < 2; ++row) Do("append " + plant_ + " --machine 1 --event good");
+  // Somebody else is faster by the time the row is to be deleted.
+  OnDelete("select raise(ignore)", "return null");
+  ExpectError("queue set-aside " + plant_ + " 1", "row 1 does not wait any more");
+  NoMoreOnDelete();
+  EXPECT_EQ(Lines(Do("queue " + plant_)).size(), 3U);
+  EXPECT_EQ(Query("select count(*) from T_SFC_MDC_LOG_ASIDE").ToInt32(), 0);
+
+  // A row that goes while others are processed is no failure.
+  OnDelete("delete from T_SFC_MDC_LOG where MDC_LOG_ID = old.MDC_LOG_ID + 1",
+           "delete from T_SFC_MDC_LOG where MDC_LOG_ID = old.MDC_LOG_ID + 1");
+  EXPECT_TRUE(Do("process " + plant_ + " --all").starts_with("Applied 1 of 2 events"));
+  NoMoreOnDelete();
+
+  // A plant that is older than the table.
+  Do("append " + plant_ + " --machine 1 --event good");
+  Query("drop table T_SFC_MDC_LOG_ASIDE");
+  EXPECT_EQ(Lines(Do("queue " + plant_)).size(), 2U);
+  for (const char* command : {"queue set-aside ", "queue put-back "})
+    ExpectError(command + plant_ + " 3", "create");
+  Do("create " + plant_);
+  Do("queue set-aside " + plant_ + " 3");
+}
+
+class DoctorTest : public EveryPlantTest {
+ protected:
+  // The doctor's lines that are not "ok".
+  std::vector<std::string> Findings(const std::string& arguments = "") {
+    const Result result = Run("doctor " + plant_ + arguments);
+    EXPECT_EQ(result.errors, "");
+    std::vector<std::string> findings;
+    bool healthy = true;
+    for (const std::string& line : Lines(result.output)) {
+      if (!line.starts_with("ok ")) findings.push_back(line);
+      healthy = healthy && (line.starts_with("ok ") || line.starts_with("note "));
+    }
+    EXPECT_EQ(result.status, healthy ? 0 : 1) << result.output;
+    EXPECT_GT(Lines(result.output).size(), 0U);
+    return findings;
+  }
+
+  // Does the damage to a healthy plant. The doctor's findings must begin with these texts, in their order.
+  void ExpectFindings(const std::vector<std::string>& damages, const std::vector<std::string>& expected) {
+    UseNewPlant();
+    Do("create " + plant_ + " --demo");
+    for (const std::string& damage : damages) Query(damage);
+    const auto findings = Findings();
+    bool same = findings.size() == expected.size();
+    for (std::size_t i = 0; same && i < expected.size(); ++i) same = findings[i].starts_with(expected[i]);
+    EXPECT_TRUE(same) << ::testing::PrintToString(findings) << ::testing::PrintToString(expected);
+  }
+};
+INSTANTIATE_TEST_SUITE_P(Plants, DoctorTest, ::testing::Values("sqlite", "postgresql"),
+                         [](const auto& each) { return std::string(each.param); });
+
+TEST_P(DoctorTest, LeavesAHealthyPlantAsItIs) {
+  Do("create " + plant_);
+  EXPECT_EQ(Findings(), std::vector<std::string>{
+                            "failed   next shift: outer joins: there is no shift, and no event can be worked "
+                            "in without one"});
+  Do("create " + plant_ + " --demo");
+  Do("append " + plant_ + " --machine 1 --event good");
+  for (const char* dialect : {"oracle", "access", "sqlserver"})
+    EXPECT_EQ(Findings(std::string(" --dialect ") + dialect), std::vector<std::string>());
+  EXPECT_EQ(Query("select count(*) from T_SFC_EVENT").ToInt32(), 0);
+  EXPECT_EQ(DoCsv("queue " + plant_).size(), 1U);
+
+  if (embedded()) return;  // its clock is the machine's
+  environment_ = "TZ=UTC PGTZ=Asia/Tokyo";
+  const auto findings = Findings();
+  ASSERT_EQ(findings.size(), 1U);
+  EXPECT_TRUE(findings[0].starts_with("note     clock: ")) << findings[0];
+}
+
+TEST_P(DoctorTest, FindsEveryKindOfDamage) {
+  ExpectFindings({"delete from T_SFC_OPTION where OPTION_CODE = 1",
+                  "update T_SFC_OPTION set BOOL_VAL = null where OPTION_CODE = 5",
+                  "update T_SFC_MACHINE_DATA set STOP_TIME = START_TIME where MACHINE_ID = 1",
+                  "insert into T_SFC_MACHINE_DATA (MACHINE_ID) values (2)",
+                  "update T_SFC_MACHINE set MACHINE_DATA_ID = 1 where MACHINE_ID = 3"},
+                 {"missing  option (2, 1), and job events fail", "missing  value of option (2, 5)",
+                  "missing  open record of machine 1", "failed   machine 2 has 2 open records",
+                  "failed   machine 3 points at record 1"});
+  ExpectFindings(
+      {"drop table T_SFC_MDC_LOG_ASIDE", "alter table T_SFC_MACHINE drop column STATUS_DATE",
+       "alter table T_SFC_EVENT drop column PARAM1", "alter table T_SFC_SHIFT drop column SUN_INTERVAL_ID"},
+      {"missing  column of T_SFC_MACHINE; add it as STATUS_DATE ",
+       "missing  table T_SFC_MDC_LOG_ASIDE; \"kxdata7 create\" adds it",
+       "missing  column of T_SFC_EVENT; add it as PARAM1 TEXT",
+       "missing  column of T_SFC_SHIFT; add it as SUN_INTERVAL_ID INTEGER", "failed   next shift",
+       "failed   new row"});
+  ExpectFindings({"drop table T_SFC_MACHINE_SHIFT", "drop table T_SFC_OPTION"},
+                 {"missing  table T_SFC_MACHINE_SHIFT", "missing  table T_SFC_OPTION", "failed   options",
+                  "failed   current shift", "failed   next shift", "failed   cycle lock"});
+  ExpectFindings({"drop table T_KXES_PTYPE"}, {"missing  table T_KXES_PTYPE", "failed   component"});
+}
+
+TEST_P(DoctorTest, SaysWhatItCannotReach) {
+  if (embedded()) {
+    Write(plant_.c_str(),
+          "This is no database, only a text that is long enough to be taken for one. Really.");
+  } else {
+    plant_ = std::string("'Driver={PostgreSQL Unicode};Server=127.0.0.1;Port=1;Database=x;Uid=u;Pwd=") +
+             kPassword + "'";
+  }
+  const auto findings = Findings();
+  ASSERT_EQ(findings.size(), 1U) << ::testing::PrintToString(findings);
+  EXPECT_TRUE(findings[0].starts_with("failed   connection: ")) << findings[0];
 }
 
 TEST_F(ToolTest, ExplainsAnEventByATrialThatLeavesThePlantAlone) {

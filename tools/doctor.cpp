@@ -164,14 +164,14 @@ void Run(const std::string& name, Findings& findings, Check check) {
 
 int Doctor(const PlantOptions& options) {
   Findings findings;
-  {
-    Plant plant(options);
-    findings.Ok("connection");
-    for (const TableSchema& table : ReadSchema(SchemaSql(SchemaName(plant, options.dialect))))
-      CheckTable(plant, table, findings);
-    Run("options", findings, [&] { CheckOptions(plant, findings); });
-    Run("machines", findings, [&] { CheckMachines(plant, findings); });
-  }
+  std::optional<Plant> plant;
+  Run("connection", findings, [&] { plant.emplace(options); });
+  if (!plant) return 1;
+  findings.Ok("connection");
+  for (const TableSchema& table : ReadSchema(SchemaSql(SchemaName(*plant, options.dialect))))
+    CheckTable(*plant, table, findings);
+  Run("options", findings, [&] { CheckOptions(*plant, findings); });
+  Run("machines", findings, [&] { CheckMachines(*plant, findings); });
   Run("component", findings, [&] {
     Component component(options, PlantConnectionString(options.plant));
     if (!component.IsConnected()) throw ToolError("the database does not answer its probe, T_KXES_PTYPE");
