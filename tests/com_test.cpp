@@ -88,7 +88,8 @@ TEST(Com, SlotsStandInTheirOrder) {
 TEST(Com, QueryInterfaceKeepsItsRules) {
   const auto object = CreateObject();
   const auto identity = object.Query<IUnknown>(IID_IUnknown);
-  const IID known[] = {IID_IUnknown, IID_IDispatch, IID__CKXData7Obj, IID_ISupportErrorInfo};
+  const IID known[] = {IID_IUnknown, IID_IDispatch, IID__CKXData7Obj, IID_ISupportErrorInfo,
+                       IID_IKXData7Diagnosis};
   for (const IID& from : known) {
     const auto start = object.Query<IUnknown>(from);
     ASSERT_TRUE(start);
@@ -104,6 +105,28 @@ TEST(Com, QueryInterfaceKeepsItsRules) {
   const auto support = object.Query<ISupportErrorInfo>(IID_ISupportErrorInfo);
   EXPECT_EQ(support->InterfaceSupportsErrorInfo(IID__CKXData7Obj), S_OK);
   EXPECT_EQ(support->InterfaceSupportsErrorInfo(IID_IClassFactory), S_FALSE);
+}
+
+TEST(Com, Diagnosis) {
+  const auto object = CreateObject();
+  const auto diagnosis = object.Query<IKXData7Diagnosis>(IID_IKXData7Diagnosis);
+  Bstr time;
+  EXPECT_EQ(diagnosis->GetServerTime(nullptr), E_POINTER);
+  EXPECT_EQ(diagnosis->GetServerTime(time.out()), E_FAIL);
+  EXPECT_EQ(time.get(), nullptr);
+  EXPECT_EQ(TakeThreadError(), kClosed);
+  Bstr name, error;
+  EXPECT_EQ(diagnosis->TryStatements(0, nullptr, error.out()), E_POINTER);
+  EXPECT_EQ(diagnosis->TryStatements(0, name.out(), nullptr), E_POINTER);
+  for (const LONG none : {-1, 1000})
+    EXPECT_EQ(diagnosis->TryStatements(none, name.out(), error.out()), S_FALSE);
+  EXPECT_EQ(name.get(), nullptr);
+  EXPECT_EQ(diagnosis->TryStatements(0, name.out(), error.out()), S_OK);
+  EXPECT_EQ(error.ToUtf8(), kClosed);
+  EXPECT_NE(name.ToUtf8(), "");
+  EXPECT_EQ(Connect(*object.get()), S_OK);
+  EXPECT_EQ(diagnosis->GetServerTime(time.out()), S_OK);
+  EXPECT_TRUE(kx::DateTime::Parse(time.ToUtf8()));
 }
 
 TEST(Com, FactoryAndUnloading) {

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "database/ascii.h"
 #include "database/sql_script.h"
 #include "database/table_key.h"
 #include "database/utf.h"
@@ -24,6 +25,16 @@ std::string Noun(std::string_view table) {
   std::string noun(table.substr(kTablePrefix.size()));
   std::ranges::transform(noun, noun.begin(), [](char c) { return static_cast<char>(c - 'A' + 'a'); });
   return noun;
+}
+
+// A connection string for SQLite with `keyword` as it stands there or else with `value`; any other as it is.
+std::string WithSqliteKeyword(std::string text, std::string_view keyword, std::string_view value) {
+  const auto parsed = ConnectionString::Parse(text);
+  const std::string* const provider = parsed.Find("provider");
+  if (provider != nullptr && EqualsIgnoringCase(*provider, "SQLite") &&
+      parsed.Find(ToLowerAscii(keyword)) == nullptr)
+    text.append(";").append(keyword).append("=").append(value);
+  return text;
 }
 
 void RunAll(Plant& plant, std::string_view sql) {
@@ -63,17 +74,13 @@ std::string PlantConnectionString(std::string_view plant, OpenMode mode) {
   std::error_code ignored;
   const bool is_file = plant.find('=') == std::string_view::npos || std::filesystem::exists(plant, ignored);
   std::string text = is_file ? "Provider=SQLite;Data Source=" + Quoted(plant) : std::string(plant);
-  if (mode == OpenMode::kCreate) {
-    const auto parsed = ConnectionString::Parse(text);
-    const std::string* const provider = parsed.Find("provider");
-    if (provider != nullptr && *provider == "SQLite" && parsed.Find("mode") == nullptr)
-      text += ";Mode=ReadWriteCreate";
-  }
-  return text;
+  return mode == OpenMode::kCreate ? WithSqliteKeyword(std::move(text), "Mode", "ReadWriteCreate") : text;
 }
 
+// A command waits for a processor that is at work rather than fail.
 Plant::Plant(const PlantOptions& options, OpenMode mode) : by_dnc_(options.by_dnc) {
-  db.Open(PlantConnectionString(options.plant, mode));
+  db.Open(WithSqliteKeyword(PlantConnectionString(options.plant, mode), "Busy Timeout",
+                            std::to_string(kWaitOutsideTransaction.count())));
 }
 
 std::int32_t Plant::FindId(std::string_view table, std::int32_t number) {
