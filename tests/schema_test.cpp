@@ -7,6 +7,9 @@
 #include <set>
 #include <sstream>
 
+#include "tools/schema_sql.h"
+#include "tools/schema_tables.h"
+
 namespace {
 
 enum class Kind { kKey, kInteger, kReal, kText, kDateTime };
@@ -132,6 +135,26 @@ TEST(SchemaTest, EveryDatabaseHasTheSameTables) {
     EXPECT_EQ(schema.tables.size(), sqlite.tables.size());
     EXPECT_EQ(schema.indexes, sqlite.indexes);
     EXPECT_EQ(schema.options, sqlite.options);
+  }
+}
+
+// What the tool holds a database against.
+TEST(SchemaTest, TheToolReadsTheTablesOfEveryFile) {
+  for (const auto& [name, types] : kTypes) {
+    SCOPED_TRACE(name);
+    const Schema schema = Read(name);
+    const auto tables = kx::tool::ReadSchemaTables(kx::tool::SchemaSql(name));
+    EXPECT_EQ(tables.size(), schema.tables.size());
+    for (const auto& table : tables) {
+      ASSERT_TRUE(schema.tables.contains(table.name)) << table.name;
+      const auto& columns = schema.tables.at(table.name);
+      ASSERT_EQ(table.columns.size(), columns.size()) << table.name;
+      for (std::size_t i = 1; i < columns.size(); ++i) {
+        const auto& [column, definition] = table.columns[i];
+        EXPECT_EQ(column, columns[i].first);
+        EXPECT_EQ(types.at(definition.substr(column.size() + 1)), columns[i].second) << definition;
+      }
+    }
   }
 }
 

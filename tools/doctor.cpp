@@ -5,11 +5,11 @@
 #include <iostream>
 
 #include "database/ascii.h"
-#include "database/sql_script.h"
 #include "tools/commands.h"
 #include "tools/component.h"
 #include "tools/recorded_input.h"
 #include "tools/schema_sql.h"
+#include "tools/schema_tables.h"
 
 namespace kx::tool {
 namespace {
@@ -37,36 +37,6 @@ class Findings {
   bool healthy_ = true;
 };
 
-struct Column {
-  std::string name;
-  std::string definition;  // "STATUS_CODE INTEGER"
-};
-struct TableSchema {
-  std::string name;
-  std::vector<Column> columns;
-};
-
-// The tables that a schema file creates: CREATE TABLE … NAME ( on a line, and a column on each line to the
-// closing one.
-std::vector<TableSchema> ReadSchema(std::string_view schema) {
-  std::vector<TableSchema> tables;
-  for (const std::string& statement : SplitStatements(schema)) {
-    std::size_t at = statement.find("CREATE TABLE ");
-    if (at == std::string::npos) continue;
-    const std::size_t open = statement.find(" (\n", at);
-    const std::size_t name = statement.rfind(' ', open - 1) + 1;
-    TableSchema& table = tables.emplace_back(TableSchema{statement.substr(name, open - name), {}});
-    for (at = open + 3; statement[at] == ' ';) {
-      const std::size_t end = statement.find('\n', at);
-      std::string definition = statement.substr(at + 2, end - at - 2);
-      if (definition.ends_with(',')) definition.pop_back();
-      table.columns.push_back({definition.substr(0, definition.find(' ')), definition});
-      at = end + 1;
-    }
-  }
-  return tables;
-}
-
 void CheckTable(Plant& plant, const TableSchema& table, Findings& findings) {
   std::vector<std::string> present;
   try {
@@ -80,7 +50,7 @@ void CheckTable(Plant& plant, const TableSchema& table, Findings& findings) {
     return;
   }
   bool complete = true;
-  for (const Column& column : table.columns) {
+  for (const ColumnSchema& column : table.columns) {
     const auto is_column = [&](const std::string& name) { return EqualsIgnoringCase(name, column.name); };
     if (std::ranges::any_of(present, is_column)) continue;
     findings.Missing("column of " + table.name + "; add it as " + column.definition);
@@ -125,12 +95,13 @@ void CheckMachines(Plant& plant, Findings& findings) {
     const std::string name = "machine " + rows.at(i, 0).ToText();
     const std::int32_t open = rows.at(i, 2).ToInt32();
     if (open == 0) {
-      findings.Missing("open record of " + name + ", which takes no event");
+      findings.Missing("open record of " + name +
+                       "; add a row without STOP_TIME and set the machine's MACHINE_DATA_ID to it");
     } else if (open > 1) {
       findings.Failed(name + " has " + std::to_string(open) + " open records; all but one need a STOP_TIME");
     } else if (rows.at(i, 3).ToInt32() == 0) {
       findings.Failed(name + " points at record " + rows.at(i, 1).ToTextOr("NULL") +
-                      ", which is not its open record");
+                      ", which is not its open record; set its MACHINE_DATA_ID to that");
     } else {
       ++good;
     }
@@ -168,7 +139,7 @@ int Doctor(const PlantOptions& options) {
   Run("connection", findings, [&] { plant.emplace(options); });
   if (!plant) return 1;
   findings.Ok("connection");
-  for (const TableSchema& table : ReadSchema(SchemaSql(SchemaName(*plant, options.dialect))))
+  for (const TableSchema& table : ReadSchemaTables(SchemaSql(SchemaName(*plant, options.dialect))))
     CheckTable(*plant, table, findings);
   Run("options", findings, [&] { CheckOptions(*plant, findings); });
   Run("machines", findings, [&] { CheckMachines(*plant, findings); });
