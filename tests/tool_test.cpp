@@ -53,19 +53,20 @@ class ToolTest : public ::testing::Test {
     std::string name = (fs::temp_directory_path() / "kxdata7-test-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
     folder_ = name;
+    Write("leaks", "leak:_dlerror_run\nleak:libgssapi\nleak:libkrb5\n");
     connection_string_ = "Provider=SQLite;Data Source=" + (folder_ / plant_).string();
   }
   ~ToolTest() override { fs::remove_all(folder_); }
 
   // Runs the tool in the temporary folder, with the arguments as a shell reads them.
   Result Run(const std::string& arguments) {
-    const std::string command = "cd '" + folder_.string() +
-                                "' && >output 2>errors </dev/null env -u KXDATA7_LIBRARY " + environment_ +
+    const std::string command =
+        "cd '" + folder_.string() + "' && >output 2>errors </dev/null env -u KXDATA7_LIBRARY " +
+        environment_ +
 
-                                // The leak checker of this compiler crashes on the thread storage of the
-                                // library that the tool unloads.
-                                " LSAN_OPTIONS=use_tls=0:print_suppressions=0 '" KXDATA7_TOOL "' " +
-                                arguments;
+        // The leak checker of this compiler crashes on the thread storage of the library that the tool
+        // unloads. What dlerror and the Kerberos library of PostgreSQL's client keep there looks lost then.
+        " LSAN_OPTIONS=use_tls=0:suppressions=leaks:print_suppressions=0 '" KXDATA7_TOOL "' " + arguments;
     const int status = std::system(command.c_str());
     const Result result = {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder_ / "output"),
                            ReadFile(folder_ / "errors")};
