@@ -10,6 +10,7 @@ namespace {
 
 struct Dialect {
   std::string_view no_lock;
+  std::string_view no_lock_in_capitals;
   std::array<std::string_view, 4> iif;           // before the condition, true text and false text, and behind
   std::array<std::string_view, 2> date_literal;  // before and behind the time
   std::array<std::string_view, 3> date_add;      // before, between and behind the operands
@@ -22,6 +23,7 @@ constexpr std::array<std::string_view, 4> kCase = {" CASE WHEN ", " THEN ", " EL
 
 constexpr std::array<Dialect, 3> kDialects = {{
     {"",
+     "",
      kCase,
      {"TO_DATE('", "', 'MM/DD/YYYY HH24:MI:SS') "},
      {" (", " + ", ")"},
@@ -29,6 +31,7 @@ constexpr std::array<Dialect, 3> kDialects = {{
      true,
      {"Select SYSDATE from DUAL", "SYSDATE", "SYSDATE"}},
     {"",
+     "",
      {" IIF(", ",", ",", ")"},
      {" #", "# "},
      {" DateAdd('dd', ", ",", ")"},
@@ -36,6 +39,7 @@ constexpr std::array<Dialect, 3> kDialects = {{
      false,
      {"SELECT Date() as PDATE , Time() as PTIME ", "PDATE", "PTIME"}},
     {" with (NOLOCK)",
+     "WITH (NOLOCK) ",
      kCase,
      {"CAST('", "' AS DATETIME) "},
      {" DateAdd(dd, ", ",", ")"},
@@ -64,6 +68,10 @@ std::optional<std::string_view> GetNoLock(const Session& session) {
 
 std::string_view NoLockHint(const Session& session) { return DialectOf(session).no_lock; }
 
+std::string_view NoLockHintInCapitals(const Session& session) {
+  return DialectOf(session).no_lock_in_capitals;
+}
+
 std::string SqlIif(const Session& session, std::string_view condition, std::string_view if_true,
                    std::string_view if_false) {
   if (!IsKnown(session)) return {};
@@ -75,6 +83,14 @@ std::string SqlDateLiteral(const Session& session, DateTime time) {
   if (!IsKnown(session)) return {};
   const auto& literal = DialectOf(session).date_literal;
   return Concat(literal[0], time.Format("M/d/y hh:mm:ss"), literal[1]);
+}
+
+std::string SqlTimeLiteral(const Session& session, DateTime time) {
+  if (session.database_type != DatabaseType::kOracle) return SqlDateLiteral(session, time);
+  const auto hour = time.clock().hours().count();
+  const DateTime twelve_hour = time.AddSeconds(((hour + 11) % 12 + 1 - hour) * 3600);
+  return Concat("TO_DATE('", CombineDateAndTime(time, twelve_hour).Format("MM/dd/yyyy hh:mm:ss"),
+                hour < 12 ? " AM" : " PM", "', 'MM/DD/YYYY HH:MI:SS AM')");
 }
 
 std::string SqlDateAdd(const Session& session, std::string_view expression, std::int16_t days) {

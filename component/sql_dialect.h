@@ -19,10 +19,16 @@ std::optional<std::string_view> GetNoLock(const Session& session);
 // The same for splicing into a statement.
 std::string_view NoLockHint(const Session& session);
 
+// The hint as it stands before a WHERE, in capitals: "WITH (NOLOCK) " for SQL Server.
+std::string_view NoLockHintInCapitals(const Session& session);
+
 std::string SqlIif(const Session& session, std::string_view condition, std::string_view if_true,
                    std::string_view if_false);
 
 std::string SqlDateLiteral(const Session& session, DateTime time);
+
+// The same, for Oracle on a twelve-hour clock with AM and PM.
+std::string SqlTimeLiteral(const Session& session, DateTime time);
 
 // A date expression moved by whole days.
 std::string SqlDateAdd(const Session& session, std::string_view expression, std::int16_t days);

@@ -13,15 +13,6 @@
 namespace kx {
 namespace {
 
-// A time of day as the statements of this form write it: on Oracle on a twelve-hour clock.
-std::string InlineTime(const Session& session, DateTime time) {
-  if (session.database_type != DatabaseType::kOracle) return SqlDateLiteral(session, time);
-  const auto hour = time.clock().hours().count();
-  const DateTime twelve_hour = time.AddSeconds(((hour + 11) % 12 + 1 - hour) * 3600);
-  return Concat("TO_DATE('", CombineDateAndTime(time, twelve_hour).Format("MM/dd/yyyy hh:mm:ss"),
-                hour < 12 ? " AM" : " PM", "', 'MM/DD/YYYY HH:MI:SS AM')");
-}
-
 Recordset OpenIntervals(Session& session, std::size_t weekday, int is_swing, std::string_view time_tests) {
   const std::string_view hint = NoLockHint(session);
   return OpenRecordset(
@@ -54,8 +45,8 @@ ShiftInfo DetermineShiftFromCandidateList(Session& session, DateTime moment, std
   WriteTrace(session, "DetermineChartDateAndShiftInfo");
   const std::size_t today = WeekdayIndex(moment);
   const std::size_t yesterday = (today + kWeekdays.size() - 1) % kWeekdays.size();
-  const std::string probe = InlineTime(session, CombineDateAndTime(kBaseDay, moment));
-  const std::string next_day_probe = InlineTime(session, CombineDateAndTime(kDayAfterBase, moment));
+  const std::string probe = SqlTimeLiteral(session, CombineDateAndTime(kBaseDay, moment));
+  const std::string next_day_probe = SqlTimeLiteral(session, CombineDateAndTime(kDayAfterBase, moment));
   const std::string has_begun = Concat(" and T_SFC_INTERVAL.START_TIME <= ", probe);
 
   std::vector<Candidate> candidates;

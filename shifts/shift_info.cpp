@@ -74,9 +74,9 @@ ShiftInfo DetermineChartDateAndShiftInfo(Session& session, DateTime moment, std:
 ShiftChange GetChangedShiftID(Session& session, std::int32_t machine_data_id, DateTime moment,
                               std::int32_t machine_id) {
   try {
-    const std::string hint = session.database_type == DatabaseType::kSqlServer ? "WITH (NOLOCK) " : "";
-    const Recordset record = OpenRecordset(session, Concat("SELECT SHIFT_ID FROM T_SFC_MACHINE_DATA ", hint,
-                                                           "WHERE MACHINE_DATA_ID = ", machine_data_id));
+    const Recordset record = OpenRecordset(
+        session, Concat("SELECT SHIFT_ID FROM T_SFC_MACHINE_DATA ", NoLockHintInCapitals(session),
+                        "WHERE MACHINE_DATA_ID = ", machine_data_id));
     if (record.RecordCount() == 0 || record.Fields("SHIFT_ID").ToInt32Or(0) <= 0) return {};
     const ShiftInfo now = DetermineChartDateAndShiftInfo(session, moment, "", machine_id);
     if (now.shift_id == record.Fields("SHIFT_ID").ToInt32()) return {0, now.end};
