@@ -92,9 +92,12 @@ HRESULT CKXData7Obj::RunWithText(BSTR* text, VARIANT_BOOL* result, Work work) no
   return RunForResult(result, [&] {
     const std::string before = ToText(*text);
     std::string after = before;
+    // Ready beforehand: work that is done must not be reported as out of memory for want of an empty text.
+    kxdata7::Bstr replacement{kxdata7::OleStringView()};
     const bool succeeded = work(after);
     if (after != before) {
-      SysFreeString(std::exchange(*text, kxdata7::Bstr::FromUtf8(after).release()));
+      if (!after.empty()) replacement = kxdata7::Bstr::FromUtf8(after);
+      SysFreeString(std::exchange(*text, replacement.release()));
     }
     return ToVariantBool(succeeded);
   });

@@ -1,0 +1,182 @@
+// Files that fail: each read, write and sync of a call, once and for good, and a disk that is full.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "component/text.h"
+#include "tests/support/faulty_vfs.h"
+#include "tests/support/interrupted_event.h"
+#include "tests/support/long_run.h"
+
+namespace kx::test {
+namespace {
+
+constexpr std::string_view kDurable = ";Synchronous=Full";
+
+// Ways for a file system to fail, from the first place on to where the work goes through.
+struct FaultKind {
+  const char* name;
+  std::function<void(FaultyVfs&, int n)> arm;
+};
+
+const FaultKind kFaults[] = {
+    {"once", [](FaultyVfs& vfs, int n) { vfs.FailNth(n, false); }},
+    {"for good", [](FaultyVfs& vfs, int n) { vfs.FailNth(n, true); }},
+    {"full", [](FaultyVfs& vfs, int n) { vfs.LeaveSpace((n - 1) * 1500); }},
+};
+
+// The state of the files at this moment, as it stood after a loss of power: without what only the processes
+// share. Returns what is wrong with it; `query` must give `expected`.
+void ExpectSoundAfterPowerLoss(Plant& plant, const std::string& query, const std::string& expected) {
+  const std::string copy = plant.file() + ".copy";
+  for (const char* part : {"", "-wal"}) {
+    std::filesystem::remove(copy + part);
+    if (std::filesystem::exists(plant.file() + part)) {
+      std::filesystem::copy_file(plant.file() + part, copy + part);
+    }
+  }
+  Connection db;
+  db.Open("Provider=SQLite;Data Source=" + copy);
+  EXPECT_EQ(db.ExecuteDirect("PRAGMA integrity_check").at(0, 0).ToText(), "ok");
+  EXPECT_EQ(db.ExecuteDirect(query).at(0, 0).ToTextOr("-"), expected);
+}
+
+// So that the next writes of the component make the file grow.
+void EmptyJournal(Plant& plant) { plant.Query("PRAGMA wal_checkpoint(TRUNCATE)"); }
+
+// So that the next commit copies the journal back to the file.
+void FillJournal(Plant& plant) {
+  plant.Execute("PRAGMA wal_autocheckpoint = 0");
+  plant.Execute("create table if not exists FILLER (X)");
+  plant.Execute("delete from FILLER");
+  plant.Execute("insert into FILLER values (randomblob(4200000))");
+}
+
+class VfsTest : public testing::Test {
+ protected:
+  FaultyVfs vfs;
+};
+
+TEST_F(VfsTest, EventsGoThroughLater) {
+  int faults = 0;
+  int twice = 0;
+  for (const EventCase& event : EventCases()) {
+    InterruptedEvent interrupted(2, event);
+    Plant& plant = interrupted.plant;
+    for (const FaultKind& kind : kFaults) {
+      for (int n = 1;; n += Stride(3)) {
+        SCOPED_TRACE(Concat(event.event, ", ", kind.name, ", ", n));
+        // On a new connection every second time.
+        if (n % 2 == 0) plant.component.Connect(plant.connection_string().append(kDurable), 2);
+        interrupted.Restore();
+        EmptyJournal(plant);
+        kind.arm(vfs, n);
+        const Outcome outcome = plant.component.Next();
+        const bool failed = vfs.failed();
+        vfs.Heal();
+        if (!failed) break;
+        ++faults;
+        EXPECT_TRUE(!outcome.done || outcome.error.empty()) << outcome.error;
+        ExpectSoundAfterPowerLoss(plant, "select count(*) from T_SFC_MACHINE", "3");
+        EXPECT_EQ(plant.Query("PRAGMA integrity_check"), "ok");
+        twice += interrupted.CheckAndFinish() ? 1 : 0;
+        if (HasFailure()) return;
+      }
+    }
+  }
+  EXPECT_GT(faults, 300);
+  RecordProperty("faults", faults);
+  RecordProperty("applied_twice", twice);
+}
+
+// What was acknowledged is in the log, now and after a loss of power; what was not is there at most once.
+TEST_F(VfsTest, AcknowledgedAppendsStay) {
+  Plant plant(2);
+  int faults = 0;
+  for (const bool full_journal : {false, true}) {
+    for (const FaultKind& kind : kFaults) {
+      // A full journal is copied back by thousands of calls, none of which can fail the commit before it.
+      for (int n = 1;; n += 1 + (full_journal ? n / (IsLongRun() ? 20 : 3) : 0)) {
+        SCOPED_TRACE(Concat(kind.name, ", ", n, full_journal ? ", full journal" : ""));
+        plant.Execute("delete from T_SFC_MDC_LOG");
+        EmptyJournal(plant);
+        if (n % 2 == 0) plant.component.Connect(plant.connection_string().append(kDurable), 2);
+        if (full_journal) FillJournal(plant);
+        kind.arm(vfs, n);
+        const Outcome outcome = plant.component.Append(1, 2, 3, 1, 109, "x", 0);
+        const bool failed = vfs.failed();
+        vfs.Heal();
+        const std::string acknowledged = outcome.done ? "1" : "0";
+        EXPECT_EQ(plant.Query("select count(*) from T_SFC_MDC_LOG"), acknowledged) << outcome.error;
+        EXPECT_EQ(plant.Query("PRAGMA integrity_check"), "ok");
+        ExpectSoundAfterPowerLoss(plant,
+                                  outcome.done ? "select count(*) from T_SFC_MDC_LOG"
+                                               : "select max(count(*), 1) from T_SFC_MDC_LOG",
+                                  "1");
+        if (!failed) break;
+        ++faults;
+        ASSERT_FALSE(HasFailure());
+      }
+    }
+  }
+  EXPECT_GT(faults, 50);
+  RecordProperty("faults", faults);
+}
+
+// The other calls answer as for any database error, and answer well afterwards.
+TEST_F(VfsTest, OtherCallsFailClearly) {
+  Plant plant(2);
+  const kxdata7::Bstr string = kxdata7::Bstr::FromUtf8(plant.connection_string().append(kDurable));
+  const auto connect = [&] {
+    kxdata7::Bstr error;
+    VARIANT_BOOL done = VARIANT_FALSE;
+    EXPECT_EQ(plant.component->ConnectToDatabase(string.get(), 2, error.inout(), &done), S_OK);
+    EXPECT_NE(done == VARIANT_TRUE, error.view().size() > 0);
+    return done == VARIANT_TRUE;
+  };
+  const std::function<bool()> calls[] = {
+      connect,
+      [&] { return plant.component.IsConnected(); },
+      [&] {
+        LONG count = 0;
+        const HRESULT result = plant.component->GetMDCLogCount(&count);
+        EXPECT_EQ(result == E_FAIL, TakeThreadError() != "");
+        return result == S_OK;
+      },
+      [&] {
+        const HRESULT result = plant.component->CompleteMachineDataRecord(1);
+        EXPECT_EQ(result == E_FAIL, TakeThreadError() != "");
+        return result == S_OK;
+      },
+  };
+  for (const auto& call : calls) {
+    for (const bool for_good : {false, true}) {
+      int n = 1;
+      for (;; ++n) {
+        SCOPED_TRACE(n);
+        plant.component.Connect("Provider=SQLite;Data Source=:memory:", 2);
+        plant.db.Close();  // the first connection finds the journal's index gone
+        if (&call != &calls[0]) {
+          ASSERT_TRUE(connect());
+        }
+        vfs.FailNth(n, for_good);
+        const bool done = call();
+        const bool failed = vfs.failed();
+        vfs.Heal();
+        plant.db.Open(plant.connection_string());
+        EXPECT_EQ(plant.Query("PRAGMA integrity_check"), "ok");
+        ASSERT_TRUE(connect());
+        ASSERT_TRUE(call());
+        if (!failed) {
+          EXPECT_TRUE(done);
+          break;
+        }
+      }
+      EXPECT_GT(n, 1);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace kx::test
