@@ -2,6 +2,10 @@
 add_library(kxdata7_options INTERFACE)
 target_compile_options(kxdata7_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
                                                  -Wnon-virtual-dtor -Woverloaded-virtual -Werror)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  # A VARIANT is a union of nameless structures, as COM has it.
+  target_compile_options(kxdata7_options INTERFACE -Wno-nested-anon-types)
+endif()
 if(KXDATA7_SANITIZE)
   target_compile_options(kxdata7_options INTERFACE -fsanitize=${KXDATA7_SANITIZE} -fno-omit-frame-pointer
                                                    -fno-sanitize-recover=all)

@@ -1,0 +1,93 @@
+#include "fuzz/demo_plant.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "component/host.h"
+#include "tools/plant.h"
+
+namespace kx::fuzz {
+namespace {
+
+// Lends the plant's one engine to a connection, with a savepoint for its transaction.
+class LentEngine final : public Engine {
+ public:
+  explicit LentEngine(Engine& engine) : engine_(engine) {}
+  ~LentEngine() override {
+    if (in_transaction_) Rollback();
+  }
+
+  SqlTarget target() const override { return engine_.target(); }
+  Rows Execute(std::string_view sql, std::span<const Value> parameters) override {
+    return engine_.Execute(sql, parameters);
+  }
+  std::int64_t Insert(std::string_view sql, std::span<const Value> parameters, std::string_view table,
+                      std::string_view key_column) override {
+    return engine_.Insert(sql, parameters, table, key_column);
+  }
+  void Begin() override {
+    engine_.Execute("SAVEPOINT lent", {});
+    in_transaction_ = true;
+  }
+  void Commit() override {
+    engine_.Execute("RELEASE lent", {});
+    in_transaction_ = false;
+  }
+  void Rollback() override {
+    engine_.Execute("ROLLBACK TO lent", {});
+    Commit();
+  }
+  bool InTransaction() const override { return in_transaction_; }
+  bool IsAlive() const override { return true; }
+
+ private:
+  Engine& engine_;
+  bool in_transaction_ = false;
+};
+
+}  // namespace
+
+void Require(bool holds, std::string_view promise) {
+  if (holds) return;
+  std::fprintf(stderr, "Broken: %.*s\n", static_cast<int>(promise.size()), promise.data());
+  std::abort();
+}
+
+DemoPlant::DemoPlant() {
+  const auto file =
+      std::filesystem::temp_directory_path() / ("kxdata7-fuzz-" + std::to_string(getpid()) + ".db");
+  const std::string connection = "Provider=SQLite;Data Source=" + file.string();
+  tool::CreatePlant({.plant = file.string()}, true, DateTime(2026, 1, 12, 6));
+  engine_ = OpenEngine(ConnectionString::Parse(connection));
+  // The file lives on without its name until the process ends.
+  for (const char* part : {"", "-wal", "-shm"}) std::filesystem::remove(file.string() + part);
+  engine_->Begin();
+  ProcessHost() = {
+      .now = [passed = std::chrono::sys_seconds()]() mutable { return passed += std::chrono::seconds(1); },
+      .sleep = [](std::chrono::milliseconds) {},
+      .open_engine = [this](const ConnectionString&) { return std::make_unique<LentEngine>(*engine_); },
+  };
+  void* made = nullptr;
+  Require(DllGetClassObject(CLSID_CKXData7Obj, IID_IClassFactory, &made) == S_OK, "a class factory");
+  const auto factory = kxdata7::ComPtr<IClassFactory>::Attach(static_cast<IClassFactory*>(made));
+  Require(factory->CreateInstance(nullptr, IID__CKXData7Obj, &made) == S_OK, "an object");
+  object = kxdata7::ComPtr<_CKXData7Obj>::Attach(static_cast<_CKXData7Obj*>(made));
+}
+
+void DemoPlant::Reset() {
+  if (engine_->InTransaction()) engine_->Rollback();
+  engine_->Begin();
+}
+
+void DemoPlant::Connect(LONG database_type) {
+  const kxdata7::Bstr string(u"Provider=SQLite");
+  kxdata7::Bstr error;
+  VARIANT_BOOL done = VARIANT_FALSE;
+  object->ConnectToDatabase(string.get(), database_type, error.inout(), &done);
+  Require(done == VARIANT_TRUE, "a connection");
+}
+
+}  // namespace kx::fuzz

@@ -1,0 +1,99 @@
+// Events with any parameter through all handlers, in each dialect. The first byte is the dialect; then a line
+// an event: a byte each for command, time code, machine and step of time, and the parameter.
+
+#include <algorithm>
+#include <array>
+
+#include "component/text.h"
+#include "database/database_error.h"
+#include "database/date_time.h"
+#include "fuzz/demo_plant.h"
+
+namespace kx::fuzz {
+namespace {
+
+constexpr int kMostEvents = 3;
+
+std::int64_t Count(DemoPlant& plant, std::string_view what) {
+  return *std::get_if<std::int64_t>(&plant.Run(what).at(0, 0).data());
+}
+
+std::int64_t Waiting(DemoPlant& plant) { return Count(plant, "select count(*) from T_SFC_MDC_LOG"); }
+
+// Whether statements can carry a text: they take it between apostrophes.
+bool IsPlain(std::string_view text) { return text.find_first_of(std::string_view("'\0", 2)) == text.npos; }
+
+void Append(DemoPlant& plant, LONG machine, LONG command, LONG time_code, const std::string& param) {
+  const kxdata7::Bstr text = kxdata7::Bstr::FromUtf8(param);
+  kxdata7::Bstr error;
+  VARIANT_BOOL done = VARIANT_FALSE;
+  const HRESULT result = plant.object->AppendItemToMDCLog(1, 1, 1, machine, command, text.get(), time_code,
+                                                          error.inout(), &done);
+  Require(result == S_OK, "an append is S_OK");
+  Require(Waiting(plant) == (done == VARIANT_TRUE ? 1 : 0), "an event is queued or not");
+  if (IsPlain(param)) {
+    Require(done == VARIANT_TRUE, "plain text is queued");
+    const Value stored = plant.Run("select PARAM1 from T_SFC_MDC_LOG").at(0, 0);
+    Require(command == -1 || stored.ToTextOr("") == text.ToUtf8(), "the text is queued as it is");
+  }
+}
+
+void Process(DemoPlant& plant, bool plain) {
+  kxdata7::Bstr error;
+  VARIANT_BOOL done = VARIANT_FALSE;
+  Require(plant.object->DoNextItemFromMDCLog(error.inout(), &done) == S_OK, "processing is S_OK");
+  const std::string text = error.ToUtf8();
+  Require((done == VARIANT_TRUE) == text.empty(), "an event is applied, or there is a reason");
+  Require(Waiting(plant) == (done == VARIANT_TRUE ? 0 : 1), "an event goes when it is applied");
+  for (const char* sql_error : {"syntax error", "unrecognized token", "no such", "not exactly one"}) {
+    Require(!plain || text.find(sql_error) == text.npos, "a statement with plain text is good SQL");
+  }
+  if (done != VARIANT_TRUE) plant.Run("delete from T_SFC_MDC_LOG");
+}
+
+void RunEvents(DemoPlant& plant, std::string_view input) {
+  const auto commands = plant.Run("select COMMAND_ID from T_SFC_COMMAND");
+  DateTime time(2026, 1, 12, 7);
+  for (int i = 0; i < kMostEvents && input.size() >= 4; ++i) {
+    const std::string_view line = input.substr(0, input.find('\n'));
+    input.remove_prefix(std::min(line.size() + 1, input.size()));
+    if (line.size() < 4) continue;
+    const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(line[at]); };
+    const std::size_t pick = byte(0) % (commands.count() + 1);
+    const LONG command = pick == commands.count() ? -1 : commands.at(pick, 0).ToInt32();
+    const LONG machine = 1 + byte(2) % 4;
+    time = time.AddSeconds(std::int64_t{byte(3)} * 200 - 1000);
+    // What is no UTF-8 cannot be said in a BSTR.
+    const std::string param = kxdata7::ToUtf8(kxdata7::FromUtf8(line.substr(4)));
+    Append(plant, machine, command, byte(1) % 4, param);
+    if (Waiting(plant) == 0) {
+      const Value values[] = {command == -1 ? Value() : Value(command), machine, byte(1) % 4, param};
+      if (param.find('\0') != param.npos) continue;
+      plant.Run(
+          "insert into T_SFC_MDC_LOG (COMMAND_ID, MACHINE_ID, COMMAND_TIME_CODE, PARAM1, DEPT_ID, "
+          "LOCATION_ID, GROUP_ID) values (?, ?, ?, ?, 1, 1, 1)",
+          values);
+    }
+    const Value moment[] = {time.ToText()};
+    plant.Run("update T_SFC_MDC_LOG set TIME_STAMP = ?", moment);
+    Process(plant, IsPlain(param));
+  }
+  Require(
+      Count(plant,
+            "select count(*) from T_SFC_MACHINE m where MACHINE_DATA_ID is not (select case count(*) when "
+            "1 then max(MACHINE_DATA_ID) end from T_SFC_MACHINE_DATA d where d.MACHINE_ID = "
+            "m.MACHINE_ID and STOP_TIME is null)") == 0,
+      "a machine has one open record, its own");
+}
+
+}  // namespace
+}  // namespace kx::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
+  static auto& plant = *new kx::fuzz::DemoPlant;
+  if (size == 0) return 0;
+  plant.Reset();
+  plant.Connect(data[0] % 3);
+  kx::fuzz::RunEvents(plant, {reinterpret_cast<const char*>(data) + 1, size - 1});
+  return 0;
+}
