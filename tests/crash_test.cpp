@@ -123,7 +123,7 @@ class CrashTest : public testing::TestWithParam<int> {};
 TEST_P(CrashTest, NothingIsLost) {
   RunClockFast();
   std::mt19937 random(static_cast<unsigned>(GetParam()));
-  Plant plant(GetParam() % 3);
+  Plant plant(GetParam() % 3, DatabaseKind::kSqlite);
   const std::string connection = plant.connection_string() + ";Synchronous=Full;Busy Timeout=5000";
   std::set<std::string> queued;
   int twice = 0;

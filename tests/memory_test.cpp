@@ -45,12 +45,12 @@ INSTANTIATE_TEST_SUITE_P(DatabaseTypes, MemoryTest, testing::Values(0, 1, 2));
 TEST_P(MemoryTest, EventsGoThroughLater) {
   int allocations = 0;
   int twice = 0;
-  for (const EventCase& event : EventCases()) {
+  for (const HandlerCase& event : InterruptionCases()) {
     SCOPED_TRACE(event.event);
     InterruptedEvent interrupted(GetParam(), event);
     Plant& plant = interrupted.plant;
     for (const bool prepared : {true, false}) {
-      for (long n = 1 + GetParam();; n += Stride(37)) {
+      for (long n = 1 + GetParam();; n += Stride(101)) {
         SCOPED_TRACE(n);
         interrupted.Restore();
         if (!prepared) plant.component.Connect(plant.connection_string(), GetParam());
@@ -71,7 +71,7 @@ TEST_P(MemoryTest, EventsGoThroughLater) {
 
 // An event that an append reports as not queued is not in the log, and one that it reports as queued is.
 TEST_P(MemoryTest, AppendsAreAllOrNothing) {
-  Plant plant(GetParam());
+  Plant plant(GetParam(), DatabaseKind::kSqlite);
   const std::string log = "select count(*) from T_SFC_MDC_LOG";
   const Bstr param(u"Größe 7");
   for (const auto method : {&_CKXData7Obj::AppendItemToMDCLog, &_CKXData7Obj::AppendItemToMDCLogDNC}) {
@@ -97,7 +97,7 @@ TEST_P(MemoryTest, AppendsAreAllOrNothing) {
 
 // The other calls, from the making of an object on; afterwards the object does what it did before.
 TEST_P(MemoryTest, EveryOtherCall) {
-  Plant plant(GetParam());
+  Plant plant(GetParam(), DatabaseKind::kSqlite);
   plant.Run("07:00 job start J2; 08:00 job end");
   plant.Execute("update T_SFC_MACHINE_DATA set STATUS_CODE = 2 where STOP_TIME is not null");
   const std::string before = plant.Snapshot();

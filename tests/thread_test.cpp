@@ -24,7 +24,7 @@ struct SharedPlant {
   std::string connection_string() const { return plant.connection_string() + ";Busy Timeout=10000"; }
 
   const Host real_host = ProcessHost();
-  Plant plant{2};
+  Plant plant{2, DatabaseKind::kSqlite};
 };
 
 template <class Work>
@@ -116,6 +116,12 @@ TEST(ThreadTest, CallsIntoOneObjectAtOnce) {
   ASSERT_TRUE(client.Connect(plant.connection_string(), 2).done);
   std::atomic<int> appended = 0;
   std::atomic<int> refused = 0;
+  // Another session keeps the first append waiting until a call has been refused.
+  plant.plant.db.Begin();
+  std::jthread let_go([&] {
+    while (refused == 0) std::this_thread::yield();
+    plant.plant.db.Rollback();
+  });
   InThreads([&](int who) {
     for (int round = 0; round < kRounds; ++round) {
       const kxdata7::Bstr param = kxdata7::Bstr::FromUtf8(Concat("t", who));
@@ -142,8 +148,8 @@ TEST(ThreadTest, CallsIntoOneObjectAtOnce) {
       std::this_thread::yield();
     }
   });
+  let_go.join();
   EXPECT_EQ(plant.plant.Query("select count(*) from T_SFC_MDC_LOG"), std::to_string(appended));
-  RecordProperty("refused", refused);
   LONG count = -1;
   EXPECT_EQ(client->GetMDCLogCount(&count), S_OK);
   EXPECT_EQ(count, appended);

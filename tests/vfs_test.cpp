@@ -29,11 +29,11 @@ const FaultKind kFaults[] = {
 // The state of the files at this moment, as it stood after a loss of power: without what only the processes
 // share. Returns what is wrong with it; `query` must give `expected`.
 void ExpectSoundAfterPowerLoss(Plant& plant, const std::string& query, const std::string& expected) {
-  const std::string copy = plant.file() + ".copy";
+  const std::string copy = plant.database.file() + ".copy";
   for (const char* part : {"", "-wal"}) {
     std::filesystem::remove(copy + part);
-    if (std::filesystem::exists(plant.file() + part)) {
-      std::filesystem::copy_file(plant.file() + part, copy + part);
+    if (std::filesystem::exists(plant.database.file() + part)) {
+      std::filesystem::copy_file(plant.database.file() + part, copy + part);
     }
   }
   Connection db;
@@ -61,11 +61,11 @@ class VfsTest : public testing::Test {
 TEST_F(VfsTest, EventsGoThroughLater) {
   int faults = 0;
   int twice = 0;
-  for (const EventCase& event : EventCases()) {
+  for (const HandlerCase& event : InterruptionCases()) {
     InterruptedEvent interrupted(2, event);
     Plant& plant = interrupted.plant;
     for (const FaultKind& kind : kFaults) {
-      for (int n = 1;; n += Stride(3)) {
+      for (int n = 1;; n += Stride(9)) {
         SCOPED_TRACE(Concat(event.event, ", ", kind.name, ", ", n));
         // On a new connection every second time.
         if (n % 2 == 0) plant.component.Connect(plant.connection_string().append(kDurable), 2);
@@ -92,7 +92,7 @@ TEST_F(VfsTest, EventsGoThroughLater) {
 
 // What was acknowledged is in the log, now and after a loss of power; what was not is there at most once.
 TEST_F(VfsTest, AcknowledgedAppendsStay) {
-  Plant plant(2);
+  Plant plant(2, DatabaseKind::kSqlite);
   int faults = 0;
   for (const bool full_journal : {false, true}) {
     for (const FaultKind& kind : kFaults) {
@@ -126,7 +126,7 @@ TEST_F(VfsTest, AcknowledgedAppendsStay) {
 
 // The other calls answer as for any database error, and answer well afterwards.
 TEST_F(VfsTest, OtherCallsFailClearly) {
-  Plant plant(2);
+  Plant plant(2, DatabaseKind::kSqlite);
   const kxdata7::Bstr string = kxdata7::Bstr::FromUtf8(plant.connection_string().append(kDurable));
   const auto connect = [&] {
     kxdata7::Bstr error;
