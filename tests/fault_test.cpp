@@ -37,13 +37,6 @@ void Recover(Plant& plant, Fault fault) {
   plant.Connect();
 }
 
-// Whether a handler may take its event off the queue without its effect after this statement failed: a logon
-// end always, a cycle start at the machine downtime's event.
-bool MayDrop(const HandlerCase& handler, std::string_view failed_sql) {
-  return !handler.keeps_row || (handler.message == std::string_view("Cycle Start") &&
-                                failed_sql.find("MACHINE_EVENT") != std::string_view::npos);
-}
-
 // Each call of the engine fails once: the plant is as it was but for what is committed before, the row waits,
 // the object goes on, and the event then has its full effect.
 TEST_P(FaultTest, EveryCallOfEveryHandlerFailsOnce) {

@@ -1,10 +1,17 @@
-// The component on PostgreSQL: the same events leave the same rows as on SQLite.
+// The component on PostgreSQL: the same events leave the same rows as on SQLite, whatever dies meanwhile.
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include "component/text.h"
-#include "tests/support/plant.h"
-#include "tests/support/postgres_server.h"
+#include <chrono>
+#include <iostream>
+#include <random>
+#include <thread>
+
+#include "tests/support/interrupted_event.h"
+#include "tests/support/long_run.h"
 #include "tests/support/random_walk.h"
 
 namespace kx::test {
@@ -34,43 +41,122 @@ TEST(ServerPlantTest, SameWalkSameRows) {
   }
 }
 
-TEST(ServerPlantTest, AppendsAndCounts) {
-  for (const int database_type : {0, 1, 2}) {
-    SCOPED_TRACE(database_type);
-    Plant plant(database_type, DatabaseKind::kPostgres);
-    EXPECT_TRUE(plant.component.IsConnected());
-    const std::string text = "Zoë \U0001F527 ?{x}" + std::string(4000, 'x');
-    EXPECT_EQ(plant.component.Append(1001, 1002, 1003, 1001, 1105, text, 0, true), (Outcome{true, ""}));
-    EXPECT_EQ(plant.component.Append(1, 2, 3, 1, -1, "", 0), (Outcome{true, ""}));
-    EXPECT_EQ(plant.component.Append(1, 2, 3, 1, -1, "", 0), (Outcome{true, ""}));
-    LONG count = 0;
-    EXPECT_EQ(plant.component->GetMDCLogCount(&count), S_OK);
-    EXPECT_EQ(count, 2);
-    EXPECT_EQ(plant.Query("select PARAM1 from T_SFC_MDC_LOG where COMMAND_ID = 105"), text);
-    // A statement that fails leaves neither rows nor an open transaction.
-    EXPECT_EQ(plant.component.Append(1, 2, 3, 1, 105, "O'Brien", 0), (Outcome{false, ""}));
-    EXPECT_EQ(plant.Query("select count(*) from T_SFC_MDC_LOG"), "2");
-  }
+void Reconnect(Plant& plant) {
+  plant.db.Open(plant.connection_string());
+  plant.Connect();
 }
 
-// The server dies between two events and comes back.
-TEST(ServerPlantTest, LinkBreaks) {
+// The server's processes are killed just before a call of each handler: the event waits, and after the
+// restart it has its effect.
+TEST(ServerPlantTest, ServerDiesBeforeACall) {
+  int kills = 0;
+  int twice = 0;
+  int call = 0;
+  for (const HandlerCase& handler : InterruptionCases()) {
+    SCOPED_TRACE(handler.event);
+    InterruptedEvent interrupted(kills % 3, handler, DatabaseKind::kPostgres);
+    Plant& plant = interrupted.plant;
+    const auto& watch = plant.host.watch;
+    for (int n = 1 + call % Stride(25);; n += Stride(25)) {
+      interrupted.Restore();
+      plant.host.watch.AtNth(n, [] { TestServer().Kill(); });
+      const Outcome outcome = plant.component.Next();
+      plant.host.watch.Heal();
+      if (!watch.failed) {
+        call = n;
+        break;
+      }
+      SCOPED_TRACE(watch.failed_sql);
+      ++kills;
+      EXPECT_FALSE(outcome.done);
+      const bool applied = watch.failed_sql.starts_with("delete from T_SFC_MDC_LOG");
+      EXPECT_TRUE(applied ? outcome.error.empty()
+                          : !outcome.error.empty() || MayDrop(handler, watch.failed_sql));
+      EXPECT_FALSE(plant.component.IsConnected());
+      TestServer().Start();
+      EXPECT_FALSE(plant.component.IsConnected());
+      Reconnect(plant);
+      EXPECT_EQ(interrupted.CheckAndFinish(), applied);
+      if (applied) ++twice;
+    }
+  }
+  std::cout << kills << " kills before a call, " << twice << " events applied twice\n";
+  EXPECT_GT(kills, 20);
+}
+
+// What a kill at any moment may leave of good parts reported one by one: each is applied, at most one of them
+// twice.
+void CheckGoodParts(Plant& plant, int reported, int& twice) {
+  const int before = twice;
+  const double applied = plant.Number("select count(*) from T_SFC_EVENT where COMMAND_ID = 113");
+  twice = static_cast<int>(applied + plant.Number("select count(*) from T_SFC_MDC_LOG")) - reported;
+  EXPECT_GE(twice, before);
+  EXPECT_LE(twice, before + 1);
+  EXPECT_EQ(plant.Number("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA"), applied);
+  EXPECT_EQ(plant.Breaches(), "");
+}
+
+void QueueGoodParts(Plant& plant, int count, int& reported) {
+  plant.db.Begin();
+  for (int i = 0; i < count; ++i) plant.QueueRow(Moment("08:00"), 1, 113, 0, "1");
+  plant.db.Commit();
+  reported += count;
+}
+
+TEST(ServerPlantTest, ServerDiesAtAnyMoment) {
+  std::mt19937 random(5);
   Plant plant(0, DatabaseKind::kPostgres);
-  plant.Queue("08:00 job start J1; 08:10 cycle start; 08:20 cycle end");
-  EXPECT_EQ(plant.component.Next(), (Outcome{true, ""}));
-  TestServer().Kill();
-  const Outcome lost = plant.component.Next();
-  EXPECT_FALSE(lost.done);
-  EXPECT_FALSE(lost.error.empty());
-  EXPECT_FALSE(plant.component.IsConnected());
-  TestServer().Start();
-  EXPECT_FALSE(plant.component.IsConnected());
-  EXPECT_EQ(plant.component.Connect(plant.connection_string(), 0), (Outcome{true, ""}));
-  EXPECT_EQ(plant.component.Next(), (Outcome{true, ""}));
-  EXPECT_EQ(plant.component.Next(), (Outcome{true, ""}));
-  plant.db.Open(plant.connection_string());
-  EXPECT_EQ(plant.Query("select sum(FINISHED_CYCLES) from T_SFC_MACHINE_DATA"), "1");
-  EXPECT_EQ(plant.Query("select count(*) from T_SFC_MDC_LOG"), "0");
+  plant.Run("07:00 part start P1");
+  int reported = 0;
+  int twice = 0;
+  const int kills = IsLongRun() ? 500 : 12;
+  for (int kill = 1; kill <= kills; ++kill) {
+    QueueGoodParts(plant, 200, reported);
+    std::thread killer([delay = std::chrono::microseconds(random() % 100'000)] {
+      std::this_thread::sleep_for(delay);
+      TestServer().Kill();
+    });
+    while (plant.component.Next().done) continue;
+    killer.join();
+    EXPECT_FALSE(plant.component.Next().error.empty());
+    EXPECT_FALSE(plant.component.IsConnected());
+    TestServer().Start();
+    Reconnect(plant);
+    CheckGoodParts(plant, reported, twice);
+  }
+  plant.ProcessAll();
+  CheckGoodParts(plant, reported, twice);
+  std::cout << kills << " kills at any moment, " << twice << " events applied twice\n";
+}
+
+TEST(ServerPlantTest, ClientDiesAtAnyMoment) {
+  std::mt19937 random(6);
+  Plant plant(0, DatabaseKind::kPostgres);
+  plant.Run("07:00 part start P1");
+  int reported = 0;
+  int twice = 0;
+  const int kills = IsLongRun() ? 500 : 30;
+  for (int count = 1; count <= kills; ++count) {
+    QueueGoodParts(plant, 40, reported);
+    const pid_t client = fork();
+    if (client == 0) {
+      Component component;
+      if (!component.Connect(plant.connection_string(), 0).done) _exit(1);
+      for (;;) component.Next();
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 100'000));
+    kill(client, SIGKILL);
+    int status = 0;
+    waitpid(client, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status)) << "the client ended by itself";
+    // The server may still be at the client's last statement.
+    plant.database.EndOtherLinks();
+    CheckGoodParts(plant, reported, twice);
+  }
+  plant.Connect();
+  plant.ProcessAll();
+  CheckGoodParts(plant, reported, twice);
+  std::cout << kills << " kills of a client, " << twice << " events applied twice\n";
 }
 
 }  // namespace

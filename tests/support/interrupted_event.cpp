@@ -8,8 +8,8 @@ std::vector<HandlerCase> InterruptionCases() {
   return cases;
 }
 
-InterruptedEvent::InterruptedEvent(int database_type, const HandlerCase& handler)
-    : plant(database_type, DatabaseKind::kSqlite), handler_(handler) {
+InterruptedEvent::InterruptedEvent(int database_type, const HandlerCase& handler, DatabaseKind kind)
+    : plant(database_type, kind), handler_(handler) {
   Prepare(plant, handler);
   before_ = plant.Snapshot();
   plant.Save();

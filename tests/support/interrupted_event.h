@@ -11,10 +11,10 @@ namespace kx::test {
 // An event of every handler, and a refresh over several shifts.
 std::vector<HandlerCase> InterruptionCases();
 
-// An SQLite plant at whose queue's head an event waits, as often as a test needs it.
+// A plant at whose queue's head an event waits, as often as a test needs it.
 class InterruptedEvent {
  public:
-  InterruptedEvent(int database_type, const HandlerCase& handler);
+  InterruptedEvent(int database_type, const HandlerCase& handler, DatabaseKind kind = DatabaseKind::kSqlite);
 
   // The plant as it was before the event. The component's connection and its statements stay.
   void Restore() { plant.Restore(); }

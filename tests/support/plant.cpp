@@ -129,12 +129,7 @@ void Plant::Connect() {
 
 void Plant::LoseLinkAtNth(int n) {
   if (database.kind() == DatabaseKind::kSqlite) return host.watch.LoseLinkAtNth(n);
-  host.watch.AtNth(n, [this] {
-    Execute(
-        "select pg_terminate_backend(pid, 10000) from pg_stat_activity where datname = current_database() "
-        "and "
-        "pid != pg_backend_pid()");
-  });
+  host.watch.AtNth(n, [this] { database.EndOtherLinks(); });
 }
 
 void Plant::QueueRow(std::string_view moment, int machine, int command, int time_code,

@@ -125,6 +125,13 @@ std::vector<std::string> PlantDatabase::Tables() {
 
 std::string PlantDatabase::Now() { return link.ExecuteDirect(SqlOf(kind_).now).at(0, 0).ToText(); }
 
+void PlantDatabase::EndOtherLinks() {
+  link.ExecuteDirect(
+      "select pg_terminate_backend(pid, 10000) from pg_stat_activity where datname = current_database() and "
+      "pid "
+      "!= pg_backend_pid()");
+}
+
 void PlantDatabase::RunScript(std::string_view statements) {
   for (const std::string& statement : SplitStatements(statements)) link.ExecuteDirect(statement);
 }

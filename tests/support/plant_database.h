@@ -46,6 +46,8 @@ class PlantDatabase {
   std::string file() const { return (folder_.path() / "plant.db").string(); }  // of SQLite
   std::vector<std::string> Tables();
   std::string Now();  // the database's clock
+  // The server ends every link to the plant but the test's own, and what is done over it.
+  void EndOtherLinks();
 
   void RunScript(std::string_view statements);
   // Puts rows and key counters of all tables aside, and back as they were then.
