@@ -98,6 +98,11 @@ class Writer {
     while (begin < end) begin = WriteNext(begin);
   }
 
+  // Whether a table of the plant is named at `index`: one whose key is known by its name.
+  bool IsTable(std::size_t index) const {
+    return IsKind(index, Kind::kWord) && at(index).text.starts_with(kTablePrefix);
+  }
+
   // Writes the construct that begins at `index` and returns the index behind it.
   std::size_t WriteNext(std::size_t index);
   std::size_t WriteWord(std::size_t index);
@@ -342,7 +347,7 @@ bool Writer::WriteIdentityBatch() {
   constexpr std::size_t kHead = 8;
   constexpr std::size_t kTail = 12;
   if (!Follows(0, {"SET", "NOCOUNT", "ON", ";", "SET", "DATEFORMAT", "MDY", ";", "INSERT", "INTO"}) ||
-      !IsKind(kHead + 2, Kind::kWord) || !Is(kHead + 3, "(") || tokens_.size() < kHead + kTail) {
+      !IsTable(kHead + 2) || !Is(kHead + 3, "(") || tokens_.size() < kHead + kTail) {
     return false;
   }
   const std::size_t tail = tokens_.size() - kTail;
@@ -391,7 +396,7 @@ void Writer::WriteMissingOrder() {
     if (Is(from, "(")) return;
   }
   const std::size_t table = from + 1;
-  if (!IsKind(table, Kind::kWord) || !at(table).text.starts_with(kTablePrefix)) return;
+  if (!IsTable(table)) return;
   const std::size_t behind = table + (Follows(table + 1, {"with", "(", "NOLOCK", ")"}) ? 5 : 1);
   if (behind < tokens_.size() && !Is(behind, "where")) return;
   if (std::ranges::any_of(tokens_, [](const SqlToken& token) { return token.Is("order"); })) return;

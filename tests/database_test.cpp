@@ -187,6 +187,14 @@ TEST(TranslatorTest, EveryConstructForBothTargets) {
   }
 }
 
+// It has no key that could be asked for.
+TEST(TranslatorTest, IdentityBatchOnAnotherTablePasses) {
+  const std::string sql =
+      "SET NOCOUNT ON; SET DATEFORMAT MDY; INSERT INTO JOB (A) VALUES ('x'); SELECT SCOPE_IDENTITY() AS "
+      "[SCOPE_IDENTITY]; SET NOCOUNT OFF;";
+  EXPECT_EQ(Translated(sql, SqlTarget::kPostgres), sql);
+}
+
 TEST(DialectTest, Fragments) {
   Session session;
   const DateTime time(2024, 3, 5, 7, 5, 9);
