@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "component/text.h"
 #include "tests/support/handler_cases.h"
 
@@ -102,6 +104,57 @@ TEST_P(FaultTest, EveryCallOfEveryHandlerFailsOnce) {
       EXPECT_EQ(clean.Breaches(), "");
     }
     EXPECT_GT(n, 5);
+  }
+}
+
+// Each call of the engine fails once under the methods that process nothing: done whole, or not at all and
+// said so; the method works again.
+TEST_P(FaultTest, EveryCallOfEveryOtherMethodFailsOnce) {
+  plant.Run("07:00 job start J2; 08:00 job end");
+  plant.Execute("update T_SFC_MACHINE_DATA set STATUS_CODE = 2 where STOP_TIME is not null");
+  plant.Save();
+  Component& component = plant.component;
+  const Outcome done{true, ""};
+  LONG count = 0;
+  const std::function<bool()> methods[] = {
+      [&] { return component.Append(1, 2, 3, 1, 109, "x", 0) == done; },
+      [&] { return component.Append(1, 2, 3, 1, -1, "", 0) == done; },
+      [&] {
+        kxdata7::Bstr error;
+        VARIANT_BOOL queued = VARIANT_FALSE;
+        const HRESULT result = component->AppendItemToMDCLogDNC(1001, 1002, 1003, 1001, 1109, nullptr, 0,
+                                                                error.inout(), &queued);
+        return result == S_OK && queued == VARIANT_TRUE;
+      },
+      [&] { return component->GetMDCLogCount(&count) == S_OK; },
+      [&] { return component->CompleteMachineDataRecord(1) == S_OK; },
+      [&] { return component.IsConnected(); },
+  };
+  // The clock is not part of what is compared.
+  const auto rows = [&] {
+    plant.Execute("update T_SFC_MDC_LOG set TIME_STAMP = null");
+    return plant.Snapshot();
+  };
+  const std::string before = rows();
+  for (std::size_t method = 0; method < std::size(methods); ++method) {
+    SCOPED_TRACE(method);
+    plant.Restore();
+    ASSERT_TRUE(methods[method]());
+    const std::string after = rows();
+    int n = 1;
+    for (;; ++n) {
+      SCOPED_TRACE(n);
+      plant.Restore();
+      const Fault fault = FailNth(plant, n, GetParam());
+      const bool said_done = methods[method]();
+      Recover(plant, fault);
+      if (!plant.host.watch.failed) break;
+      EXPECT_EQ(rows(), said_done ? after : before) << plant.host.watch.failed_sql;
+      if (said_done) continue;
+      EXPECT_TRUE(methods[method]());
+      EXPECT_EQ(rows(), after);
+    }
+    EXPECT_GT(n, 1);
   }
 }
 

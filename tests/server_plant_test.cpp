@@ -42,7 +42,7 @@ TEST(ServerPlantTest, SameWalkSameRows) {
 }
 
 void Reconnect(Plant& plant) {
-  plant.db.Open(plant.connection_string());
+  plant.database.OpenLink();
   plant.Connect();
 }
 

@@ -90,6 +90,12 @@ DatabaseKind TestedDatabase() {
 
 PostgresServer& TestServer() {
   static PostgresServer server;
+  [[maybe_unused]] static const bool has_terminal = [] {
+    Connection link(OpenEngine);
+    link.Open(server.ConnectionString());
+    link.ExecuteDirect("create role terminal login");
+    return true;
+  }();
   return server;
 }
 
@@ -99,12 +105,15 @@ PlantDatabase::PlantDatabase(DatabaseKind kind) : kind_(kind) {
     server_database_ = free.empty() ? TestServer().CreateDatabase() : free.back();
     if (!free.empty()) free.pop_back();
   }
-  link.Open(connection_string() + (kind == DatabaseKind::kSqlite ? ";Mode=ReadWriteCreate" : ""));
+  OpenLink();
   link.Begin();
   for (const std::string& table : Tables()) link.ExecuteDirect("drop table " + table);
   std::ifstream schema(std::string(KXDATA7_SCHEMA_FOLDER) + SqlOf(kind).schema_file);
   RunScript(std::string(std::istreambuf_iterator<char>(schema), {}));
-  if (kind == DatabaseKind::kPostgres) RunScript(kPostgresFunctions);
+  if (kind == DatabaseKind::kPostgres) {
+    RunScript(kPostgresFunctions);
+    link.ExecuteDirect("grant select, insert, update, delete on all tables in schema public to terminal");
+  }
   link.Commit();
 }
 
@@ -112,8 +121,13 @@ PlantDatabase::~PlantDatabase() {
   if (!server_database_.empty()) FreeDatabases().push_back(server_database_);
 }
 
+void PlantDatabase::OpenLink() {
+  link.Open(kind_ == DatabaseKind::kPostgres ? TestServer().ConnectionString(server_database_)
+                                             : connection_string() + ";Mode=ReadWriteCreate");
+}
+
 std::string PlantDatabase::connection_string() const {
-  if (kind_ == DatabaseKind::kPostgres) return TestServer().ConnectionString(server_database_);
+  if (kind_ == DatabaseKind::kPostgres) return TestServer().ConnectionString(server_database_, "terminal");
   return "Provider=SQLite;Synchronous=Normal;Data Source=" + file();
 }
 

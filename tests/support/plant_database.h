@@ -42,7 +42,10 @@ class PlantDatabase {
   ~PlantDatabase();
 
   DatabaseKind kind() const { return kind_; }
+  // For the component: on a server with an account that has the rights it needs, and no other.
   std::string connection_string() const;
+  // Opens the test's own link, anew when it is open.
+  void OpenLink();
   std::string file() const { return (folder_.path() / "plant.db").string(); }  // of SQLite
   std::vector<std::string> Tables();
   std::string Now();  // the database's clock

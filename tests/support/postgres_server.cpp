@@ -178,9 +178,9 @@ void PostgresServer::Start() {
   if (!ready) throw std::runtime_error("PostgreSQL takes no connections: " + reason + " " + Log());
 }
 
-std::string PostgresServer::ConnectionString(std::string_view database) const {
+std::string PostgresServer::ConnectionString(std::string_view database, std::string_view account) const {
   return "Driver={PostgreSQL Unicode};Server=127.0.0.1;Port=" + std::to_string(port_) +
-         ";Database=" + std::string(database) + ";Uid=plant";
+         ";Database=" + std::string(database) + ";Uid=" + std::string(account);
 }
 
 std::string PostgresServer::CreateDatabase(std::string_view copy_of) {

@@ -23,7 +23,8 @@ class PostgresServer {
 
   // A new database, as a copy of another one, to which nobody may be connected.
   std::string CreateDatabase(std::string_view copy_of = "template1");
-  std::string ConnectionString(std::string_view database = "postgres") const;
+  std::string ConnectionString(std::string_view database = "postgres",
+                               std::string_view account = "plant") const;
   int port() const { return port_; }
 
   // Ends all processes of the server at once, as a failing machine would.
