@@ -10,12 +10,12 @@ class WatchedEngine : public Engine {
 
   SqlTarget target() const override { return engine_->target(); }
   Rows Execute(std::string_view sql, std::span<const Value> parameters) override {
-    Pass(EngineCall::kStatement, sql);
+    Pass(EngineCall::kStatement, sql, parameters);
     return engine_->Execute(sql, parameters);
   }
   std::int64_t Insert(std::string_view sql, std::span<const Value> parameters, std::string_view table,
                       std::string_view key_column) override {
-    Pass(EngineCall::kStatement, sql);
+    Pass(EngineCall::kStatement, sql, parameters, key_column);
     return engine_->Insert(sql, parameters, table, key_column);
   }
   void Begin() override {
@@ -38,8 +38,11 @@ class WatchedEngine : public Engine {
   bool IsAlive() const override { return !lost_ && engine_->IsAlive(); }
 
  private:
-  void Pass(EngineCall call, std::string_view sql) {
+  void Pass(EngineCall call, std::string_view sql, std::span<const Value> parameters = {},
+            std::string_view key_column = {}) {
     ++watch_.calls;
+    watch_.parameters = parameters;
+    watch_.key_column = key_column;
     if (watch_.before && !lost_) watch_.before(call, sql);
     if (watch_.link_lost) {
       lost_ = true;

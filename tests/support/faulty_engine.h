@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,9 @@ struct EngineWatch {
   int begins = 0;
   int commits_done = 0;
   std::function<void(EngineCall, std::string_view sql)> before;  // may throw in the engine's place
+  // While `before` runs for a statement: its parameters, and the key's name when its new key is asked for.
+  std::span<const Value> parameters;
+  std::string_view key_column;
   std::function<void()> after_commit;
   std::function<void(Engine&)> after_open;  // with the real engine
 

@@ -1,0 +1,100 @@
+// A client process of the component as another program would be, by the public header alone.
+//   client LIBRARY CONNECTION_STRING work           works the queue off; prints its memory after the first
+//   ten
+//                                                   thousand events, at the end and at most, in KiB, and
+//                                                   events
+//   client LIBRARY CONNECTION_STRING process SECONDS  works events in; prints how many
+//   client LIBRARY CONNECTION_STRING append SECONDS   appends; prints how many, and the slowest in ms
+
+#include <KXData7.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+namespace {
+
+using std::chrono::steady_clock;
+
+// A line of the process's status: "VmRSS" or "VmHWM".
+long MemoryInKib(const std::string& name) {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(name + ":")) return std::stol(line.substr(name.size() + 1));
+  }
+  return 0;
+}
+
+class Client {
+ public:
+  Client(const char* library, const char* connection) : library_(kxdata7::Library::Load(library)) {
+    const auto text = kxdata7::Bstr::FromUtf8(connection);
+    Require(object_->ConnectToDatabase(text.get(), 0, error_.inout(), &done_));
+  }
+  // False when the queue is empty.
+  bool Process() {
+    library_.Check(object_->DoNextItemFromMDCLog(error_.inout(), &done_));
+    if (done_ != VARIANT_TRUE && !error_.ToUtf8().empty()) throw std::runtime_error(error_.ToUtf8());
+    return done_ == VARIANT_TRUE;
+  }
+  void Append() {
+    Require(object_->AppendItemToMDCLog(1, 2, 3, 1, 113, param_.get(), 0, error_.inout(), &done_));
+  }
+
+ private:
+  void Require(HRESULT result) {
+    library_.Check(result);
+    if (done_ != VARIANT_TRUE) throw std::runtime_error("a call failed: " + error_.ToUtf8());
+  }
+
+  kxdata7::Library library_;
+  kxdata7::ComPtr<_CKXData7Obj> object_ = library_.Create();
+  kxdata7::Bstr error_;
+  kxdata7::Bstr param_ = kxdata7::Bstr::FromUtf8("1");
+  VARIANT_BOOL done_ = VARIANT_FALSE;
+};
+
+void WorkOff(Client& client) {
+  constexpr long kWarmUp = 10'000;
+  long events = 0;
+  long first = 0;
+  while (client.Process()) {
+    if (++events == kWarmUp) first = MemoryInKib("VmRSS");
+  }
+  std::cout << first << ' ' << MemoryInKib("VmRSS") << ' ' << MemoryInKib("VmHWM") << ' ' << events
+            << std::endl;
+}
+
+template <class Call>
+void RunFor(int seconds, Call call) {
+  long calls = 0;
+  steady_clock::duration slowest{};
+  const auto end = steady_clock::now() + std::chrono::seconds(seconds);
+  for (auto now = steady_clock::now(); now < end; ++calls) {
+    call();
+    const auto after = steady_clock::now();
+    slowest = std::max(slowest, after - now);
+    now = after;
+  }
+  std::cout << calls << ' ' << std::chrono::duration_cast<std::chrono::milliseconds>(slowest).count()
+            << std::endl;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 4) return 2;
+  try {
+    Client client(argv[1], argv[2]);
+    const std::string task = argv[3];
+    if (task == "work") WorkOff(client);
+    if (task == "process") RunFor(std::stoi(argv[4]), [&] { client.Process(); });
+    if (task == "append") RunFor(std::stoi(argv[4]), [&] { client.Append(); });
+    return 0;
+  } catch (const std::exception& error) {
+    std::cerr << argv[0] << ": " << error.what() << std::endl;
+    return 1;
+  }
+}

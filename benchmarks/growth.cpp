@@ -1,0 +1,105 @@
+#include <array>
+#include <numeric>
+
+#include "benchmarks/client_calls.h"
+#include "benchmarks/measures.h"
+#include "component/text.h"
+
+namespace kx::bench {
+namespace {
+
+constexpr int kBatches = 20;
+constexpr int kRoundsPerBatch = 10;
+constexpr std::array kOneMachine = {1};
+
+// A plant of the usual size and one that has grown, worked off in turns.
+class Pair {
+ public:
+  Pair(const Ground& ground, const Fill& small, const Fill& large)
+      : masters_{MasterPlant(ground, small), MasterPlant(ground, large)},
+        components_{ConnectedComponent(masters_[0].MakeCopy().connection),
+                    ConnectedComponent(masters_[1].MakeCopy().connection)} {}
+
+  // The ratio of the time that a call takes on the grown plant to that on the small one; so many calls in
+  // turn.
+  template <class Call>
+  void Compare(Report& report, std::string measure, double goal, int calls, Call call) {
+    std::array<std::vector<double>, 2> times;
+    for (std::size_t batch = 0; batch < kBatches; ++batch) {
+      for (const std::size_t i : {batch % 2, 1 - batch % 2}) {
+        for (int repeat = 0; repeat < calls; ++repeat) {
+          times[i].push_back(static_cast<double>(call(components_[i])) / 1000);
+        }
+      }
+    }
+    const double ratio = Median(times[1]) / Median(times[0]);
+    report.Add(std::move(measure), Concat("at most ", Digits(goal, 1)),
+               Concat(Digits(ratio, 2), " (", Digits(Median(times[1]), 1), " µs; ",
+                      Digits(Median(times[0]), 1), " µs)"),
+               ratio <= goal);
+  }
+
+  void CompareProcessing(Report& report, std::string measure, double goal) {
+    Compare(report, std::move(measure), goal, kRoundsPerBatch * static_cast<int>(kRoundSize),
+            [](ConnectedComponent& component) { return component.TimeNext(); });
+  }
+
+ private:
+  std::array<MasterPlant, 2> masters_;
+  std::array<ConnectedComponent, 2> components_;
+};
+
+Fill Rounds(
+    std::span<const int> machines, Fill more = [](test::Plant&) {}) {
+  return [machines, more](test::Plant& plant) {
+    more(plant);
+    QueueRounds(plant, kBatches * kRoundsPerBatch, machines);
+  };
+}
+
+void MeasureQueue(Report& report, const Ground& memory, Effort effort) {
+  const int rows = effort.Choose(1'000'000, 100'000);
+  const auto queue = [](int count) {
+    return [count](test::Plant& plant) {
+      QueueRounds(plant, kBatches * kRoundsPerBatch, kOneMachine);
+      QueueCycles(plant, count);
+    };
+  };
+  TellProgress("a long queue");
+  Pair pair(memory, queue(1000), queue(rows));
+  const std::string against = Concat(", ", rows, " queued rows against 1000");
+  pair.CompareProcessing(report, Concat("processing", against), 1.1);
+  pair.Compare(report, Concat("append", against), 1.1, 100,
+               [](ConnectedComponent& component) { return component.TimeAppend(); });
+  pair.Compare(report, Concat("count", against), 1.1, 1, [](ConnectedComponent& component) {
+    LONG count = 0;
+    return component.TimeCount(count);
+  });
+}
+
+}  // namespace
+
+void MeasureGrowth(Report& report, const Ground& memory, Effort effort) {
+  MeasureQueue(report, memory, effort);
+  {
+    TellProgress("a long past");
+    const int records = effort.Choose(1'000'000, 100'000);
+    Pair(memory, Rounds(kOneMachine),
+         Rounds(kOneMachine, [&](test::Plant& plant) { AddPast(plant, records); }))
+        .CompareProcessing(report,
+                           Concat("processing, ", records, " past records, ", 3 * records, " past events, ",
+                                  records, " past downtimes against none"),
+                           1.1);
+  }
+  {
+    TellProgress("many machines and shifts");
+    std::vector<int> machines(500);
+    std::iota(machines.begin(), machines.end(), 10);
+    Pair(memory, Rounds(kOneMachine), Rounds(machines, [](test::Plant& plant) { AddMachines(plant, 500); }))
+        .CompareProcessing(report, "processing, 500 machines against 1", 1.1);
+  }
+  Pair(memory, Rounds(kOneMachine), Rounds(kOneMachine, [](test::Plant& plant) { AddShifts(plant, 47); }))
+      .CompareProcessing(report, "processing, 50 shifts against 3", 3);
+}
+
+}  // namespace kx::bench
