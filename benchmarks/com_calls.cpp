@@ -27,8 +27,8 @@ class IdleEngine final : public Engine {
   bool in_transaction_ = false;
 };
 
-constexpr int kBatches = 40;
-constexpr int kCalls = 5000;
+constexpr int kBatches = 1000;
+constexpr int kCalls = 100;
 
 template <class Call>
 double NanosecondsOf(Call call) {
@@ -51,7 +51,8 @@ void MeasureComCalls(Report& report) {
   component.Connect("Driver=idle", 0);
   ProcessHost() = before;
 
-  const auto in_cpp = [&] { AppendItemToMDCLog(session, {1, 2, 3, 1, 113, "a part", 0}, error); };
+  bool appended = false;
+  const auto in_cpp = [&] { appended = AppendItemToMDCLog(session, {1, 2, 3, 1, 113, "a part", 0}, error); };
 
   kxdata7::Bstr param = kxdata7::Bstr::FromUtf8("a part");
   kxdata7::Bstr error_text;
@@ -89,7 +90,7 @@ void MeasureComCalls(Report& report) {
     vtable.push_back(NanosecondsOf(by_vtable));
     invoke.push_back(NanosecondsOf(by_invoke));
   }
-  if (!error.empty() || done != VARIANT_TRUE || result != S_OK) throw std::runtime_error("an append failed");
+  if (!appended || done != VARIANT_TRUE || result != S_OK) throw std::runtime_error("an append failed");
   const auto tell = [&](std::string measure, double goal, const std::vector<double>& times) {
     const double more = (Median(times) - Median(cpp)) / 1000;
     report.Add(std::move(measure), Concat("under ", Digits(goal, 1), " µs more than in C++"),

@@ -23,6 +23,7 @@ bool IsInMemory(const std::filesystem::path& folder) {
 struct Arguments {
   Effort effort;
   std::string only;
+  std::filesystem::path plant;
   std::filesystem::path disk = std::filesystem::temp_directory_path();
 };
 
@@ -34,6 +35,8 @@ Arguments Parse(int argc, char** argv) {
       arguments.effort.quick = true;
     } else if (argument == "--only" && i + 1 < argc) {
       arguments.only = argv[++i];
+    } else if (argument == "--plant" && i + 1 < argc) {
+      arguments.plant = argv[++i];
     } else if (argument == "--disk" && i + 1 < argc) {
       arguments.disk = argv[++i];
     } else {
@@ -41,6 +44,12 @@ Arguments Parse(int argc, char** argv) {
     }
   }
   return arguments;
+}
+
+void LeavePlant(const Ground& ground, const std::filesystem::path& file) {
+  constexpr int kMachines[] = {1};
+  MasterPlant master(ground, [&](test::Plant& plant) { QueueRounds(plant, 1000, kMachines); });
+  std::filesystem::copy_file(master.MakeCopy().file, file);
 }
 
 void Run(const Arguments& arguments) {
@@ -55,6 +64,7 @@ void Run(const Arguments& arguments) {
     std::cerr << disk.folder << " is no disk: name one with --disk." << std::endl;
   }
 
+  if (!arguments.plant.empty()) return LeavePlant(memory, arguments.plant);
   const auto wanted = [&](std::string_view name) { return arguments.only.empty() || arguments.only == name; };
   Report report;
   if (wanted("disk")) MeasureAgainstFloor(report, disk, 0.85, effort.Choose(40, 10), 10);

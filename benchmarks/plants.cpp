@@ -40,12 +40,14 @@ MasterPlant::Copy MasterPlant::MakeCopy(std::string_view synchronous) {
   if (ground_.server != nullptr) {
     const std::string copy = ground_.server->CreateDatabase(database_);
     const std::string connection = ground_.server->ConnectionString(copy);
-    return {connection,
+    return {{},
+            connection,
             {KXDATA7_ODBC_FLOOR, connection + ";Protocol=7.4-2;UseServerSidePrepare=0;UseDeclareFetch=0"}};
   }
   const std::string file = (folder_.path() / Concat("copy", ++copies_, ".db")).string();
   std::filesystem::copy_file(database_, file);
-  return {Concat("Provider=SQLite;Synchronous=", synchronous, ";Data Source=", file),
+  return {file,
+          Concat("Provider=SQLite;Synchronous=", synchronous, ";Data Source=", file),
           {KXDATA7_SQLITE_FLOOR, file, std::string(synchronous)}};
 }
 

@@ -28,6 +28,7 @@ class MasterPlant {
   MasterPlant(const Ground& ground, const Fill& fill);
 
   struct Copy {
+    std::string file;                        // on SQLite
     std::string connection;                  // for the component
     std::vector<std::string> floor_command;  // the floor program for it
   };
