@@ -88,6 +88,7 @@ class Comparison {
  public:
   Comparison(const Ground& ground, MasterPlant& master)
       : ground_(ground),
+        master_(master),
         recorded_(master.MakeCopy("Normal")),
         measured_(master.MakeCopy()),
         replayed_(master.MakeCopy()),
@@ -113,6 +114,7 @@ class Comparison {
   std::string RecordBatch(const std::vector<std::size_t>& kinds);
 
   const Ground& ground_;
+  const MasterPlant& master_;
   MasterPlant::Copy recorded_, measured_, replayed_;
   Recorder recorder_;
   ConnectedComponent component_;
@@ -122,7 +124,7 @@ class Comparison {
 };
 
 std::string Comparison::RecordBatch(const std::vector<std::size_t>& kinds) {
-  const std::string file = (ground_.folder / "events").string();
+  const std::string file = (master_.folder() / "events").string();
   std::ofstream out(file, std::ios::binary);
   for (const std::size_t kind : kinds) {
     const std::uint64_t before = ground_.server == nullptr ? 0 : MessagesTo(ground_.server->port());

@@ -12,7 +12,7 @@ class IdleEngine final : public Engine {
  public:
   SqlTarget target() const override { return SqlTarget::kNative; }
   Rows Execute(std::string_view, std::span<const Value>) override {
-    return {{"SYSDATE"}, {DateTime(2026, 1, 12, 6)}, 1};
+    return {std::vector<std::string>{"SYSDATE"}, {DateTime(2026, 1, 12, 6)}, 1};
   }
   std::int64_t Insert(std::string_view, std::span<const Value>, std::string_view, std::string_view) override {
     return 1;

@@ -32,6 +32,7 @@ class MasterPlant {
     std::string connection;                  // for the component
     std::vector<std::string> floor_command;  // the floor program for it
   };
+  const std::filesystem::path& folder() const { return folder_.path(); }
   Copy MakeCopy() { return MakeCopy(ground_.synchronous); }
   Copy MakeCopy(std::string_view synchronous);
 

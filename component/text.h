@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <concepts>
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,13 @@ void AppendPiece(std::string& text, Int number) {
   text.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
 
+inline std::size_t MostBytes(std::string_view piece) { return piece.size(); }
+
+template <std::integral Int>
+std::size_t MostBytes(Int) {
+  return std::numeric_limits<Int>::digits10 + 2;  // a further digit and the sign
+}
+
 }  // namespace text_internal
 
 // Appends texts and whole numbers, the numbers in plain decimal.
@@ -28,6 +36,7 @@ void Append(std::string& text, const Pieces&... pieces) {
 template <class... Pieces>
 std::string Concat(const Pieces&... pieces) {
   std::string text;
+  text.reserve((text_internal::MostBytes(pieces) + ... + 0));
   Append(text, pieces...);
   return text;
 }

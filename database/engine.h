@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -14,9 +15,35 @@
 
 namespace kx {
 
+// The names of a result's columns. Copies share them, since a statement names the same ones each time it
+// runs.
+class ColumnNames {
+ public:
+  ColumnNames() = default;
+  ColumnNames(std::vector<std::string> names)
+      : names_(std::make_shared<const std::vector<std::string>>(std::move(names))) {}
+
+  bool empty() const { return all().empty(); }
+  std::size_t size() const { return all().size(); }
+  const std::string& operator[](std::size_t column) const { return all()[column]; }
+  auto begin() const { return all().begin(); }
+  auto end() const { return all().end(); }
+
+  friend bool operator==(const ColumnNames& a, const ColumnNames& b) {
+    return std::ranges::equal(a.all(), b.all());
+  }
+
+ private:
+  std::span<const std::string> all() const {
+    return names_ == nullptr ? std::span<const std::string>() : std::span<const std::string>(*names_);
+  }
+
+  std::shared_ptr<const std::vector<std::string>> names_;
+};
+
 // What a statement returned, fetched whole: the system's statements return a handful of rows.
 struct Rows {
-  std::vector<std::string> columns;
+  ColumnNames columns;
   std::vector<Value> values;  // row after row, columns.size() values each
   std::int64_t affected = 0;  // rows changed by a writing statement
 

@@ -93,9 +93,11 @@ Rows OdbcStatement::Run(std::string_view sql) {
 
 void OdbcStatement::FetchRows(Rows& rows, SQLSMALLINT column_count) {
   std::vector<Column> columns;
+  std::vector<std::string> names;
   for (SQLUSMALLINT number = 1; number <= static_cast<SQLUSMALLINT>(column_count); ++number) {
-    columns.push_back(Describe(number, rows.columns.emplace_back()));
+    columns.push_back(Describe(number, names.emplace_back()));
   }
+  rows.columns = std::move(names);
   for (;;) {
     const SQLRETURN result = SQLFetch(handle_.get());
     handle_.Check(result);

@@ -27,8 +27,11 @@ void Recordset::RequireRow() const {
 }
 
 std::size_t Recordset::ColumnIndex(std::string_view name) const {
-  const auto found = std::ranges::find_if(
-      rows_.columns, [&](const std::string& column) { return EqualsIgnoringCase(column, name); });
+  auto found = std::ranges::find(rows_.columns, name);
+  if (found == rows_.columns.end()) {
+    found = std::ranges::find_if(rows_.columns,
+                                 [&](const std::string& column) { return EqualsIgnoringCase(column, name); });
+  }
   if (found == rows_.columns.end()) {
     throw DatabaseError(
         "Item cannot be found in the collection corresponding to the requested name or ordinal: " +

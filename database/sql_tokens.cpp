@@ -1,30 +1,46 @@
 #include "database/sql_tokens.h"
 
-#include <algorithm>
+#include <array>
+#include <cstdint>
 
 #include "database/ascii.h"
 
 namespace kx {
 namespace {
 
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-// Bytes of characters beyond ASCII belong to names.
-bool IsNameStart(char c) {
-  const char lower = ToLowerAscii(c);
-  return (lower >= 'a' && lower <= 'z') || c == '_' || static_cast<signed char>(c) < 0;
-}
-bool IsName(char c) { return IsNameStart(c) || IsDigit(c) || c == '$'; }
+// What a character can be part of; several at once. A table, since every statement is read character by
+// character.
+constexpr std::uint8_t kBlank = 1;
+constexpr std::uint8_t kDigit = 2;
+constexpr std::uint8_t kNameStart = 4;
+constexpr std::uint8_t kName = 8;
 
-std::size_t EndOfRun(std::string_view sql, std::size_t begin, bool (*belongs)(char)) {
-  const auto end = std::find_if_not(sql.begin() + static_cast<std::ptrdiff_t>(begin), sql.end(), belongs);
-  return static_cast<std::size_t>(end - sql.begin());
+constexpr std::array<std::uint8_t, 256> kClasses = [] {
+  std::array<std::uint8_t, 256> classes{};
+  for (const char c : {' ', '\t', '\r', '\n'}) classes[static_cast<std::uint8_t>(c)] = kBlank;
+  for (std::size_t c = '0'; c <= '9'; ++c) classes[c] = kDigit | kName;
+  for (std::size_t c = 'A'; c <= 'Z'; ++c) classes[c] = kNameStart | kName;
+  for (std::size_t c = 'a'; c <= 'z'; ++c) classes[c] = kNameStart | kName;
+  classes['_'] = kNameStart | kName;
+  classes['$'] = kName;
+  // Bytes of characters beyond ASCII belong to names.
+  for (std::size_t c = 0x80; c <= 0xFF; ++c) classes[c] = kNameStart | kName;
+  return classes;
+}();
+
+bool Is(char c, std::uint8_t char_class) {
+  return (kClasses[static_cast<std::uint8_t>(c)] & char_class) != 0;
+}
+
+std::size_t EndOfRun(std::string_view sql, std::size_t begin, std::uint8_t char_class) {
+  while (begin < sql.size() && Is(sql[begin], char_class)) ++begin;
+  return begin;
 }
 
 std::size_t EndOfNumber(std::string_view sql, std::size_t begin) {
-  std::size_t end = EndOfRun(sql, begin, IsDigit);
-  if (end + 1 < sql.size() && sql[end] == '.' && IsDigit(sql[end + 1])) end = EndOfRun(sql, end + 1, IsDigit);
-  return end;
+  const std::size_t end = EndOfRun(sql, begin, kDigit);
+  const bool has_fraction = end + 1 < sql.size() && sql[end] == '.' && Is(sql[end + 1], kDigit);
+  return has_fraction ? EndOfRun(sql, end + 1, kDigit) : end;
 }
 
 // Behind the closing quote, which is doubled inside; npos when there is none.
@@ -47,15 +63,15 @@ void SplitSql(std::string_view sql, std::vector<SqlToken>& tokens) {
   using Kind = SqlToken::Kind;
   tokens.clear();
   for (std::size_t at = 0; at < sql.size();) {
-    const std::size_t begin = EndOfRun(sql, at, IsBlank);
+    const std::size_t begin = EndOfRun(sql, at, kBlank);
     if (begin == sql.size()) break;
     const char first = sql[begin];
     Kind kind = Kind::kSymbol;
     std::size_t end = begin + 1;
-    if (IsNameStart(first)) {
+    if (Is(first, kNameStart)) {
       kind = Kind::kWord;
-      end = EndOfRun(sql, begin, IsName);
-    } else if (IsDigit(first)) {
+      end = EndOfRun(sql, begin, kName);
+    } else if (Is(first, kDigit)) {
       kind = Kind::kNumber;
       end = EndOfNumber(sql, begin);
     } else if (first == '\'' || first == '"' || first == '[' || first == '#') {

@@ -79,7 +79,7 @@ struct StatementCloser {
 // A prepared statement and what is known of its columns.
 struct Prepared {
   std::unique_ptr<sqlite3_stmt, StatementCloser> handle;
-  std::vector<std::string> columns;
+  ColumnNames columns;
   std::vector<TextKind> kinds;
   int reprepared = -1;  // SQLite's count of preparations anew, after which the columns are asked again
 };
@@ -220,12 +220,13 @@ void SqliteEngine::DescribeColumns(Prepared& prepared) {
   sqlite3_stmt* const statement = prepared.handle.get();
   const int reprepared = sqlite3_stmt_status(statement, SQLITE_STMTSTATUS_REPREPARE, 0);
   if (reprepared == prepared.reprepared) return;
-  prepared.columns.clear();
+  std::vector<std::string> names;
   prepared.kinds.clear();
   for (int column = 0; column < sqlite3_column_count(statement); ++column) {
-    prepared.columns.emplace_back(sqlite3_column_name(statement, column));
+    names.emplace_back(sqlite3_column_name(statement, column));
     prepared.kinds.push_back(KindOf(sqlite3_column_decltype(statement, column)));
   }
+  prepared.columns = std::move(names);
   prepared.reprepared = reprepared;
 }
 
@@ -255,6 +256,7 @@ Rows SqliteEngine::Run(Prepared& prepared, std::string_view sql) {
     DescribeColumns(prepared);
     rows.columns = prepared.columns;
   }
+  if (result == SQLITE_ROW) rows.values.reserve(rows.columns.size());
   for (; result == SQLITE_ROW; result = sqlite3_step(statement)) {
     for (std::size_t column = 0; column < rows.columns.size(); ++column) {
       rows.values.push_back(ColumnValue(statement, static_cast<int>(column), prepared.kinds[column]));

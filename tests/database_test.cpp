@@ -175,9 +175,11 @@ TEST(TranslatorTest, EveryConstructForBothTargets) {
       // The order that PostgreSQL needs for "first row".
       {"select * from T_SFC_JOB where JOB_NUMBER = 'x'", "select * from T_SFC_JOB where JOB_NUMBER = ? <x>",
        "select * from T_SFC_JOB where JOB_NUMBER = 'x' order by JOB_ID"},
-      {"select COUNT(MDC_LOG_ID) AS CT from T_SFC_MDC_LOG",
-       "select COUNT(MDC_LOG_ID) AS CT from T_SFC_MDC_LOG",
+      {"select COUNT(MDC_LOG_ID) AS CT from T_SFC_MDC_LOG", "select COUNT(*) AS CT from T_SFC_MDC_LOG",
        "select COUNT(MDC_LOG_ID) AS CT from T_SFC_MDC_LOG"},
+      {"select COUNT(COMMAND_ID) AS CT from T_SFC_MDC_LOG",
+       "select COUNT(COMMAND_ID) AS CT from T_SFC_MDC_LOG",
+       "select COUNT(COMMAND_ID) AS CT from T_SFC_MDC_LOG"},
       {"select A from T_SFC_X, T_SFC_Y where B", "select A from T_SFC_X, T_SFC_Y where B",
        "select A from T_SFC_X, T_SFC_Y where B"},
   };

@@ -38,7 +38,7 @@ class Findings {
 };
 
 void CheckTable(Plant& plant, const TableSchema& table, Findings& findings) {
-  std::vector<std::string> present;
+  ColumnNames present;
   try {
     present = plant.Run("select * from " + table.name + " where 1 = 0").columns;
   } catch (const DatabaseError& error) {
