@@ -57,7 +57,7 @@ class Client {
 };
 
 void WorkOff(Client& client) {
-  constexpr long kWarmUp = 10'000;
+  constexpr long kWarmUp = 50'000;
   long events = 0;
   long first = 0;
   while (client.Process()) {

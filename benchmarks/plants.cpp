@@ -74,7 +74,7 @@ void QueueCycles(test::Plant& plant, int count) {
   plant.Execute(
       Concat("insert into T_SFC_MDC_LOG (COMMAND_ID, DEPT_ID, LOCATION_ID, GROUP_ID, MACHINE_ID, "
              "COMMAND_TIME_CODE, TIME_STAMP) ",
-             Numbers(count), "select 109, 1, 2, 3, 1, N % 2, '2026-01-12 13:59:5' || N % 2 from k"));
+             Numbers(count), "select 109, 1, 2, 3, 1, N % 2, '2026-01-12 13:59:5' || (N % 2) from k"));
 }
 
 void AddPast(test::Plant& plant, int records) {

@@ -36,7 +36,7 @@ void MeasureMemory(Report& report, const Ground& memory, Effort effort) {
   int done = 0;
   std::istringstream(client.ReadLine()) >> first >> last >> most >> done;
   if (done != events) throw std::runtime_error("not every event was worked in");
-  report.Add(Concat("memory of a client after ", events, " events against after the first 10000"), "flat",
+  report.Add(Concat("memory of a client after ", events, " events against after the first 50000"), "flat",
              Concat(Digits(last - first, 0), " KiB more"), last - first < 100);
   report.Add("memory of a client with the component, at most", "under 20 MB",
              Concat(Digits(most / 1024, 1), " MiB"), most * 1024 < 20e6);
