@@ -23,17 +23,23 @@ std::string Numbers(int count) {
 }  // namespace
 
 MasterPlant::MasterPlant(const Ground& ground, const Fill& fill) : ground_(Enter(ground)) {
-  const bool on_server = ground.server != nullptr;
-  if (on_server) database_ = ground.server->CreateDatabase();
-  test::Plant plant(0, on_server ? ground.server->ConnectionString(database_) : std::string());
-  plant.db.Begin();
-  PrepareForRounds(plant);
-  fill(plant);
-  plant.db.Commit();
-  if (on_server) return;
-  plant.Execute("PRAGMA wal_checkpoint(TRUNCATE)");
-  database_ = (folder_.path() / "master.db").string();
-  std::filesystem::copy_file(plant.file(), database_);
+  using test::DatabaseKind;
+  {
+    test::Plant plant(0, ground.server != nullptr ? DatabaseKind::kPostgres : DatabaseKind::kSqlite);
+    plant.db.Begin();
+    PrepareForRounds(plant);
+    fill(plant);
+    plant.db.Commit();
+    if (ground.server == nullptr) {
+      plant.Execute("PRAGMA wal_checkpoint(TRUNCATE)");
+      database_ = (folder_.path() / "master.db").string();
+      std::filesystem::copy_file(plant.database.file(), database_);
+      return;
+    }
+    database_ = plant.database.server_database();
+  }
+  // Nobody is connected any more.
+  database_ = ground.server->CreateDatabase(database_);
 }
 
 MasterPlant::Copy MasterPlant::MakeCopy(std::string_view synchronous) {

@@ -156,9 +156,9 @@ int SqliteEngine::OnBusy(void* self, int count) {
   if (count == 0) engine.busy_since_ = now;
   const auto left = engine.busy_limit_ - (now - engine.busy_since_);
   if (left <= std::chrono::nanoseconds::zero()) return 0;
-  constexpr milliseconds kShortest{1};
-  constexpr milliseconds kLongest{10};
-  std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(left, count < 5 ? kShortest : kLongest));
+  // Not longer for those who wait long: SQLite keeps no queue, and they would wait longest.
+  constexpr milliseconds kPause{1};
+  std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(left, kPause));
   return 1;
 }
 

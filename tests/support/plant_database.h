@@ -47,6 +47,7 @@ class PlantDatabase {
   // Opens the test's own link, anew when it is open.
   void OpenLink();
   std::string file() const { return (folder_.path() / "plant.db").string(); }  // of SQLite
+  const std::string& server_database() const { return server_database_; }      // of PostgreSQL
   std::vector<std::string> Tables();
   std::string Now();  // the database's clock
   // The server ends every link to the plant but the test's own, and what is done over it.
