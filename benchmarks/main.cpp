@@ -73,7 +73,7 @@ void Run(const Arguments& arguments) {
   if (wanted("growth")) MeasureGrowth(report, memory, effort);
   if (wanted("server")) {
     setenv("TMPDIR", disk.folder.c_str(), 1);
-    const Ground ground{"on PostgreSQL", disk.folder, {}, &test::TestServer()};
+    const Ground ground{"on PostgreSQL", disk.folder, {}, &test::TestServer(/*durable=*/true)};
     MeasureAgainstFloor(report, ground, 0.8, effort.Choose(12, 4), 10);
   }
   if (wanted("memory")) MeasureMemory(report, memory, effort);

@@ -20,8 +20,10 @@ namespace kx {
 class ColumnNames {
  public:
   ColumnNames() = default;
-  ColumnNames(std::vector<std::string> names)
-      : names_(std::make_shared<const std::vector<std::string>>(std::move(names))) {}
+  // Needs no memory when there are no names: a transaction that has begun must not fail over its columns.
+  ColumnNames(std::vector<std::string> names) {
+    if (!names.empty()) names_ = std::make_shared<const std::vector<std::string>>(std::move(names));
+  }
 
   bool empty() const { return all().empty(); }
   std::size_t size() const { return all().size(); }

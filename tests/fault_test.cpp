@@ -7,6 +7,7 @@
 
 #include "component/text.h"
 #include "tests/support/handler_cases.h"
+#include "tests/support/long_run.h"
 
 namespace kx::test {
 namespace {
@@ -22,7 +23,7 @@ INSTANTIATE_TEST_SUITE_P(DatabaseTypes, FaultTest, testing::Values(0, 1, 2));
 // three types each call meets each of them.
 enum class Fault { kError, kBusy, kLinkLoss };
 Fault FailNth(Plant& plant, int n, int database_type) {
-  const auto fault = static_cast<Fault>((n + database_type) % 3);
+  const auto fault = static_cast<Fault>((n / CallStride(plant) + database_type) % 3);
   plant.host.watch.commits_done = 0;
   if (fault == Fault::kLinkLoss) {
     plant.LoseLinkAtNth(n);
@@ -57,8 +58,8 @@ TEST_P(FaultTest, EveryCallOfEveryHandlerFailsOnce) {
     ASSERT_EQ(clean.component.Next(), (Outcome{true, ""}));
     const std::string after = clean.Snapshot();
 
-    int n = 1;
-    for (;; ++n) {
+    int n = 1 + GetParam() % CallStride(clean);
+    for (;; n += CallStride(clean)) {
       SCOPED_TRACE(n);
       clean.Restore();
       const Fault fault = FailNth(clean, n, GetParam());
@@ -106,7 +107,7 @@ TEST_P(FaultTest, EveryCallOfEveryHandlerFailsOnce) {
       EXPECT_EQ(clean.Breaches(), "");
     }
     EXPECT_GT(n, 5);
-    calls += n - 1;
+    calls += (n - 1) / CallStride(clean);
   }
   std::cout << calls << " calls failed\n";
 }

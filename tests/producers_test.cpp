@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "component/text.h"
+#include "tests/support/long_run.h"
 #include "tests/support/plant.h"
 
 namespace kx::test {
@@ -17,11 +18,16 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr int kProducers = 8;
+
+// On a server, and under a sanitizer, fewer outside the long run.
+int EventsOfEach() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kEventsEach = 250;
+  constexpr int few = 250;
 #else
-constexpr int kEventsEach = 2500;
+  const int few = TestedDatabase() == DatabaseKind::kSqlite ? 2500 : 800;
 #endif
+  return IsLongRun() ? 2500 : few;
+}
 
 struct Report {
   int failed = 0;
@@ -81,11 +87,12 @@ bool Timed(Report& report, Call call) {
 }
 
 TEST(ProducersTest, EveryEventIsAppliedOnceInItsProducersOrder) {
+  const int events_each = EventsOfEach();
   std::array<std::unique_ptr<Client>, kProducers> producers;
   for (int number = 0; number < kProducers; ++number) {
     producers[static_cast<std::size_t>(number)] =
-        std::make_unique<Client>([number](Component& component, Report& report) {
-          for (int i = 0; i < kEventsEach; ++i) {
+        std::make_unique<Client>([number, events_each](Component& component, Report& report) {
+          for (int i = 0; i < events_each; ++i) {
             const auto append = [&] {
               return component.Append(1, 2, 3, 1 + number % 3, 120, Concat(number, " ", i), 2) ==
                      Outcome{true, ""};
@@ -94,9 +101,9 @@ TEST(ProducersTest, EveryEventIsAppliedOnceInItsProducersOrder) {
           }
         });
   }
-  const Client processor([](Component& component, Report& report) {
+  const Client processor([events_each](Component& component, Report& report) {
     bool waiting = false;  // an event, for certain: nobody else takes one off
-    for (int left = kProducers * kEventsEach; left > 0;) {
+    for (int left = kProducers * events_each; left > 0;) {
       Outcome outcome;
       const bool done = Timed(report, [&] { return (outcome = component.Next()).done; });
       if (!done && (waiting || !outcome.error.empty())) ++report.failed;
@@ -131,7 +138,7 @@ TEST(ProducersTest, EveryEventIsAppliedOnceInItsProducersOrder) {
   std::printf(
       "%d events from %d producers: appended in %.1f s, slowest append %.3f s; applied in %.1f s, slowest "
       "%.3f s\n",
-      kProducers * kEventsEach, kProducers, appends.seconds, appends.slowest_call, processed.seconds,
+      kProducers * events_each, kProducers, appends.seconds, appends.slowest_call, processed.seconds,
       processed.slowest_call);
 
   EXPECT_EQ(plant.Query("select count(*) from T_SFC_MDC_LOG"), "0");
@@ -146,7 +153,7 @@ TEST(ProducersTest, EveryEventIsAppliedOnceInItsProducersOrder) {
     ASSERT_EQ(std::sscanf(event.c_str(), "%d %d", &number, &index), 2);
     ASSERT_EQ(index, next.at(static_cast<std::size_t>(number))++) << "of producer " << number;
   }
-  for (const int count : next) EXPECT_EQ(count, kEventsEach);
+  for (const int count : next) EXPECT_EQ(count, events_each);
 }
 
 }  // namespace

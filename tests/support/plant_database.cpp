@@ -88,8 +88,8 @@ DatabaseKind TestedDatabase() {
   throw std::runtime_error(Concat("KXDATA7_TEST_DATABASE names no database: ", name));
 }
 
-PostgresServer& TestServer() {
-  static PostgresServer server;
+PostgresServer& TestServer(bool durable) {
+  static PostgresServer server(durable);
   [[maybe_unused]] static const bool has_terminal = [] {
     Connection link(OpenEngine);
     link.Open(server.ConnectionString());

@@ -29,8 +29,9 @@ enum class DatabaseKind { kSqlite, kPostgres };
 // KXDATA7_TEST_DATABASE=postgresql, SQLite otherwise.
 DatabaseKind TestedDatabase();
 
-// The server of this test program, started when it is asked for first.
-PostgresServer& TestServer();
+// The server of this test program, started when it is asked for first, which then says whether commits wait
+// for the disk.
+PostgresServer& TestServer(bool durable = false);
 
 // A database with the plant's tables, new and empty, and the test's own link to it. Its state can be put
 // aside and brought back while others are connected.

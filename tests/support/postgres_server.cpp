@@ -158,9 +158,14 @@ pid_t PostgresServer::Spawn(const std::vector<std::string>& command) const {
 }
 
 void PostgresServer::Start() {
-  server_ = Spawn({programs_ + "/postgres", "-D", (folder_ / "data").string(), "-p", std::to_string(port_),
-                   "-c", "listen_addresses=127.0.0.1", "-c", "unix_socket_directories=", "-c",
-                   "shared_buffers=32MB", "-c", durable_ ? "fsync=on" : "fsync=off"});
+  std::vector<std::string> command = {programs_ + "/postgres", "-D", (folder_ / "data").string(), "-p",
+                                      std::to_string(port_)};
+  const auto set = [&](std::initializer_list<const char*> settings) {
+    for (const char* setting : settings) command.insert(command.end(), {"-c", setting});
+  };
+  set({"listen_addresses=127.0.0.1", "unix_socket_directories=", "shared_buffers=32MB"});
+  if (!durable_) set({"fsync=off", "full_page_writes=off", "wal_level=minimal", "max_wal_senders=0"});
+  server_ = Spawn(command);
   std::string reason;
   const bool ready = WaitUntil([&] {
     if (waitpid(server_, nullptr, WNOHANG) != 0) {
