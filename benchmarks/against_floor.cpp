@@ -124,7 +124,7 @@ class Comparison {
 };
 
 std::string Comparison::RecordBatch(const std::vector<std::size_t>& kinds) {
-  const std::string file = (master_.folder() / "events").string();
+  std::string file = (master_.folder() / "events").string();
   std::ofstream out(file, std::ios::binary);
   for (const std::size_t kind : kinds) {
     const std::uint64_t before = ground_.server == nullptr ? 0 : MessagesTo(ground_.server->port());

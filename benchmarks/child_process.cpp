@@ -15,6 +15,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command) {
     throw std::runtime_error("no pipe");
   }
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
   id_ = fork();

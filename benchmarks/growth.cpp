@@ -71,7 +71,7 @@ class Pair {
 };
 
 Fill Rounds(
-    std::span<const int> machines, Fill more = [](test::Plant&) {}) {
+    std::span<const int> machines, const Fill& more = [](test::Plant&) {}) {
   return [machines, more](test::Plant& plant) {
     more(plant);
     QueueRounds(plant, kBatches * kRoundsPerBatch, machines);

@@ -72,7 +72,7 @@ void QueueRounds(test::Plant& plant, int rounds, std::span<const int> machines) 
       now = now.AddSeconds(1);
     }
     plant.QueueRow(shift_end.ToText(), kRefreshedMachine, -1, 0, "");
-    shift_end = shift_end.AddSeconds(8 * 3600);
+    shift_end = shift_end.AddSeconds(std::int64_t{8} * 3600);
   }
 }
 
@@ -132,9 +132,9 @@ std::string DumpOf(const std::string& connection) {
         "select * from T_SFC_DT_PER_MACHINE_DATA order by 1",
         "select * from T_SFC_SCRAP_PER_MACHINE_DATA order by 1", "select * from T_SFC_EVENT order by 1",
         "select * from T_SFC_MACHINE_EVENT order by 1",
-        "select MDC_LOG_ID, COMMAND_ID, DEPT_ID, LOCATION_ID, GROUP_ID, MACHINE_ID, COMMAND_TIME_CODE, "
-        "PARAM1 "
-        "from T_SFC_MDC_LOG order by 1"}) {
+        // But for the time, which is the clock's.
+        "select MDC_LOG_ID, COMMAND_ID, MACHINE_ID, COMMAND_TIME_CODE, PARAM1 from T_SFC_MDC_LOG order by "
+        "1"}) {
     for (const Value& value : db.ExecuteDirect(query).values) Append(dump, value.ToTextOr("-"), "|");
     dump += '\n';
   }

@@ -53,6 +53,7 @@ void MeasureProducers(Report& report, const Ground& disk, Effort effort) {
 
   const std::string connection = master.MakeCopy().connection;
   std::vector<std::unique_ptr<ChildProcess>> clients;
+  clients.reserve(8);
   for (int i = 0; i < 8; ++i) {
     clients.push_back(std::make_unique<ChildProcess>(ClientCommand(connection, {"append", seconds})));
   }
