@@ -133,8 +133,7 @@ std::string DumpOf(const std::string& connection) {
         "select * from T_SFC_SCRAP_PER_MACHINE_DATA order by 1", "select * from T_SFC_EVENT order by 1",
         "select * from T_SFC_MACHINE_EVENT order by 1",
         // But for the time, which is the clock's.
-        "select MDC_LOG_ID, COMMAND_ID, MACHINE_ID, COMMAND_TIME_CODE, PARAM1 from T_SFC_MDC_LOG order by "
-        "1"}) {
+        "select MDC_LOG_ID, COMMAND_ID, PARAM1 from T_SFC_MDC_LOG order by 1"}) {
     for (const Value& value : db.ExecuteDirect(query).values) Append(dump, value.ToTextOr("-"), "|");
     dump += '\n';
   }
