@@ -6,6 +6,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # A VARIANT is a union of nameless structures, as COM has it.
   target_compile_options(kxdata7_options INTERFACE -Wno-nested-anon-types)
 endif()
+if(WIN32)
+  # COM's own interfaces have no destructors.
+  target_compile_options(kxdata7_options INTERFACE -Wno-non-virtual-dtor)
+endif()
 if(KXDATA7_SANITIZE)
   target_compile_options(kxdata7_options INTERFACE -fsanitize=${KXDATA7_SANITIZE} -fno-omit-frame-pointer
                                                    -fno-sanitize-recover=all)
@@ -14,5 +18,6 @@ endif()
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
+  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
 endif()

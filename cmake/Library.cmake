@@ -7,16 +7,25 @@ target_link_libraries(KXData7 PRIVATE kxdata7_core)
 target_include_directories(KXData7 INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
                                              $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_compile_features(KXData7 INTERFACE cxx_std_20)
-set(exports ${PROJECT_SOURCE_DIR}/component/exports.map)
-target_link_options(KXData7 PRIVATE -Wl,--version-script=${exports} -Wl,-z,defs)
-set_target_properties(KXData7 PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS ${exports} VERSION ${PROJECT_VERSION}
-                                         SOVERSION ${PROJECT_VERSION_MAJOR})
+set_target_properties(KXData7 PROPERTIES LINKER_LANGUAGE CXX)
+if(WIN32)
+  target_sources(KXData7 PRIVATE component/exports.def)
+  set_target_properties(KXData7 PROPERTIES PREFIX "")
+else()
+  set(exports ${PROJECT_SOURCE_DIR}/component/exports.map)
+  target_link_options(KXData7 PRIVATE -Wl,--version-script=${exports} -Wl,-z,defs)
+  set_target_properties(KXData7 PROPERTIES LINK_DEPENDS ${exports} VERSION ${PROJECT_VERSION}
+                                           SOVERSION ${PROJECT_VERSION_MAJOR})
+endif()
 
-# The type library is for Windows clients. It needs the IDL compiler and Wine's automation library.
+# The type library is for Windows clients: on Windows it is a part of the library, with its version. It needs the IDL
+# compiler and Wine's automation library.
 find_program(WIDL NAMES widl x86_64-w64-mingw32-widl)
-find_path(WIDL_INCLUDE_DIR oaidl.idl PATHS /usr/include/wine/wine/windows /usr/include/wine/windows NO_DEFAULT_PATH)
-find_path(WIDL_LIBRARY_DIR stdole2.tlb NO_DEFAULT_PATH
-          PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/wine/x86_64-windows /usr/lib/wine/x86_64-windows)
+find_path(WIDL_INCLUDE_DIR oaidl.idl PATHS /usr/include/wine/wine/windows /usr/include/wine/windows
+          NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+find_path(WIDL_LIBRARY_DIR stdole2.tlb NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH
+          PATHS /usr/lib/${CMAKE_HOST_SYSTEM_PROCESSOR}-linux-gnu/wine/x86_64-windows
+                /usr/lib/wine/x86_64-windows)
 if(WIDL AND WIDL_INCLUDE_DIR AND WIDL_LIBRARY_DIR)
   set(idl ${PROJECT_SOURCE_DIR}/component/KXData7.idl)
   set(type_library ${PROJECT_BINARY_DIR}/KXData7.tlb)
@@ -27,11 +36,20 @@ if(WIDL AND WIDL_INCLUDE_DIR AND WIDL_LIBRARY_DIR)
     VERBATIM)
   add_custom_target(kxdata7_type_library ALL DEPENDS ${type_library})
   install(FILES ${type_library} DESTINATION ${CMAKE_INSTALL_DATADIR}/kxdata7)
+elseif(WIN32)
+  message(FATAL_ERROR "widl, oaidl.idl or stdole2.tlb is missing")
 else()
   message(STATUS "No type library: widl, oaidl.idl or stdole2.tlb is missing")
 endif()
+if(WIN32)
+  enable_language(RC)
+  configure_file(component/KXData7.rc.in KXData7.rc @ONLY)
+  set_property(SOURCE ${PROJECT_BINARY_DIR}/KXData7.rc PROPERTY OBJECT_DEPENDS ${type_library})
+  target_sources(kxdata7_core PRIVATE ${PROJECT_BINARY_DIR}/KXData7.rc)
+endif()
 
-install(TARGETS KXData7 EXPORT KXData7Targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS KXData7 EXPORT KXData7Targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(FILES include/KXData7.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY schema DESTINATION ${CMAKE_INSTALL_DATADIR}/kxdata7 FILES_MATCHING PATTERN "*.sql")

@@ -1,9 +1,10 @@
 # The command-line client kxdata7: everything but its main function is a library, which the tests link, too.
 file(GLOB tool_sources CONFIGURE_DEPENDS tools/*.cpp)
 list(REMOVE_ITEM tool_sources ${PROJECT_SOURCE_DIR}/tools/main.cpp)
+list(FILTER tool_sources EXCLUDE REGEX ${other_system})
 add_library(kxdata7_tool STATIC ${tool_sources} ${PROJECT_BINARY_DIR}/schema_sql.cpp)
 target_include_directories(kxdata7_tool PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
-target_link_libraries(kxdata7_tool PUBLIC kxdata7_database ${CMAKE_DL_LIBS})
+target_link_libraries(kxdata7_tool PUBLIC kxdata7_database kxdata7_system)
 
 # The schema files go into the tool, so that it creates plants wherever it stands.
 file(GLOB schema_files CONFIGURE_DEPENDS schema/*.sql)
@@ -14,8 +15,17 @@ add_custom_command(
   DEPENDS ${schema_files} ${embed_schema}
   VERBATIM)
 
+# CLI11 is headers alone. Its folder on a build machine is full of that system's own, which a cross compiler must not see.
+add_library(kxdata7_cli INTERFACE)
+if(CMAKE_CROSSCOMPILING)
+  find_path(CLI11_FOLDER CLI/CLI.hpp PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+  file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/include)
+  file(CREATE_LINK ${CLI11_FOLDER}/CLI ${PROJECT_BINARY_DIR}/include/CLI SYMBOLIC)
+  target_include_directories(kxdata7_cli SYSTEM INTERFACE ${PROJECT_BINARY_DIR}/include)
+endif()
+
 add_executable(kxdata7 tools/main.cpp)
-target_link_libraries(kxdata7 PRIVATE kxdata7_tool)
+target_link_libraries(kxdata7 PRIVATE kxdata7_tool kxdata7_cli)
 target_compile_definitions(kxdata7 PRIVATE KXDATA7_VERSION="${PROJECT_VERSION}")
 # Without the component the tool does only half of its work.
 add_dependencies(kxdata7 KXData7)
@@ -23,6 +33,7 @@ add_dependencies(kxdata7 KXData7)
 # Where the tool finds the library of its own installation, from its folder.
 file(RELATIVE_PATH library_folder /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
 set_property(SOURCE ${PROJECT_SOURCE_DIR}/tools/component.cpp APPEND
-             PROPERTY COMPILE_DEFINITIONS KXDATA7_LIBRARY_FOLDER="${library_folder}")
+             PROPERTY COMPILE_DEFINITIONS KXDATA7_LIBRARY_FOLDER="${library_folder}"
+                                    KXDATA7_LIBRARY_NAME="$<TARGET_FILE_NAME:KXData7>")
 
 install(TARGETS kxdata7 RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

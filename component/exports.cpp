@@ -1,31 +1,26 @@
-// The functions that the library exports: exports.map lists them.
-#include <dlfcn.h>
-
+// The functions that the library exports: exports.map lists them, on Windows exports.def.
 #include <exception>
-#include <filesystem>
+#include <new>
 #include <system_error>
 
 #include "KXData7.h"
 #include "com/error_info.h"
+#include "com/module.h"
+#include "com/platform.h"
 #include "component/class_factory.h"
 #include "component/host.h"
 #include "component/registration.h"
 
 namespace {
 
+#ifndef _WIN32
 // The header defines the automation helpers inline; this makes them part of the library.
 [[gnu::used]] void* const kHelpers[] = {
     reinterpret_cast<void*>(&SysAllocString), reinterpret_cast<void*>(&SysAllocStringLen),
     reinterpret_cast<void*>(&SysFreeString),  reinterpret_cast<void*>(&SysStringLen),
     reinterpret_cast<void*>(&VariantInit),    reinterpret_cast<void*>(&VariantClear),
 };
-
-// The file that this code was loaded from. A name without its version stays: it outlives an update.
-std::filesystem::path OwnFile() {
-  Dl_info info{};
-  if (dladdr(&kHelpers, &info) == 0) return {};
-  return std::filesystem::absolute(info.dli_fname).lexically_normal();
-}
+#endif
 
 // Runs a change of the registration.
 template <class Change>
@@ -60,11 +55,13 @@ HRESULT DllGetClassObject(REFCLSID rclsid, REFIID riid, void** ppv) {
 HRESULT DllCanUnloadNow() { return kx::com::IsModuleInUse() ? S_FALSE : S_OK; }
 
 HRESULT DllRegisterServer() {
-  return Register([] { kx::WriteRegistration(OwnFile()); });
+  return Register([] { kx::WriteRegistration(kx::com::OwnFile()); });
 }
 
 HRESULT DllUnregisterServer() {
   return Register([] { kx::RemoveRegistration(); });
 }
 
+#ifndef _WIN32
 void KXSetYieldHook(void (*hook)()) { kx::SetYieldHook(hook); }
+#endif

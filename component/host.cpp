@@ -3,10 +3,12 @@
 #include <atomic>
 #include <thread>
 
+#include "com/platform.h"
+
 namespace kx {
 namespace {
 
-std::atomic<YieldHook> yield_hook = nullptr;
+std::atomic<YieldHook> yield_hook = com::DispatchWindowMessages;
 
 }  // namespace
 

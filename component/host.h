@@ -20,8 +20,8 @@ struct Host {
 // The process's host, with the system clock, a real sleep and the real engines unless a test changed it.
 Host& ProcessHost();
 
-// The function run while a pause lasts, so that the hosting process stays responsive; null for none. Any
-// thread may set it at any time.
+// The function run while a pause lasts, so that the hosting process stays responsive; null for none. At first
+// it dispatches the window messages of the calling thread. Any thread may set it at any time.
 void SetYieldHook(YieldHook hook);
 void RunYieldHook();
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "com/error_info.h"
+#include "com/platform.h"
 #include "component/dispatch.h"
 #include "component/sql_dialect.h"
 #include "component/transaction.h"
@@ -161,14 +162,18 @@ HRESULT CKXData7Obj::GetNoLock(VARIANT* result) {
 
 HRESULT CKXData7Obj::GetTypeInfoCount(UINT* pctinfo) {
   if (pctinfo == nullptr) return E_POINTER;
-  *pctinfo = 0;
+  *pctinfo = com::HasTypeLibraries() ? 1 : 0;
   return S_OK;
 }
 
 HRESULT CKXData7Obj::GetTypeInfo(UINT iTInfo, LCID, ITypeInfo** ppTInfo) {
   if (ppTInfo == nullptr) return E_POINTER;
   *ppTInfo = nullptr;
-  return iTInfo == 0 ? E_NOTIMPL : DISP_E_BADINDEX;
+  return iTInfo == 0 ? com::FindTypeInfo(IID__CKXData7Obj, ppTInfo) : DISP_E_BADINDEX;
+}
+
+HRESULT CKXData7Obj::GetClassInfo(ITypeInfo** ppTI) {
+  return ppTI == nullptr ? E_POINTER : com::FindTypeInfo(CLSID_CKXData7Obj, ppTI);
 }
 
 HRESULT CKXData7Obj::GetIDsOfNames(REFIID riid, LPOLESTR* rgszNames, UINT cNames, LCID, DISPID* rgDispId) {
@@ -210,6 +215,7 @@ void* CKXData7Obj::FindInterface(REFIID iid) {
     return static_cast<_CKXData7Obj*>(this);
   }
   if (iid == IID_IKXData7Diagnosis) return static_cast<IKXData7Diagnosis*>(this);
+  if (iid == IID_IProvideClassInfo && com::HasTypeLibraries()) return static_cast<IProvideClassInfo*>(this);
   return iid == IID_ISupportErrorInfo ? static_cast<ISupportErrorInfo*>(this) : nullptr;
 }
 

@@ -14,7 +14,8 @@ namespace kx {
 // are refused before anything runs; one call at a time, a second one is refused and touches nothing; no
 // exception and no open transaction leaves a call; a failing call has its text in the thread's error info,
 // and a succeeding one leaves none there.
-class CKXData7Obj final : public com::Unknown<_CKXData7Obj, ISupportErrorInfo, IKXData7Diagnosis> {
+class CKXData7Obj final
+    : public com::Unknown<_CKXData7Obj, ISupportErrorInfo, IProvideClassInfo, IKXData7Diagnosis> {
  public:
   HRESULT STDMETHODCALLTYPE IsConnected(VARIANT_BOOL* result) override;
   HRESULT STDMETHODCALLTYPE ConnectToDatabase(BSTR strConnectionString, LONG lDatabaseType, BSTR* strError,
@@ -41,6 +42,8 @@ class CKXData7Obj final : public com::Unknown<_CKXData7Obj, ISupportErrorInfo, I
                                    UINT* puArgErr) override;
 
   HRESULT STDMETHODCALLTYPE InterfaceSupportsErrorInfo(REFIID riid) override;
+
+  HRESULT STDMETHODCALLTYPE GetClassInfo(ITypeInfo** ppTI) override;
 
   HRESULT STDMETHODCALLTYPE GetServerTime(BSTR* result) override;
   HRESULT STDMETHODCALLTYPE TryStatements(LONG lIndex, BSTR* name, BSTR* strError) override;

@@ -252,6 +252,8 @@ inline constexpr IID IID_IErrorInfo{
     0x1CF2B120, 0x547D, 0x101B, {0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xD1, 0x19}};
 inline constexpr IID IID_ISupportErrorInfo{
     0xDF0B3D60, 0x548F, 0x101B, {0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xD1, 0x19}};
+inline constexpr IID IID_IProvideClassInfo{
+    0xB196B283, 0xBAB4, 0x101A, {0xB6, 0x9C, 0x00, 0xAA, 0x00, 0x34, 0x1D, 0x07}};
 
 struct IUnknown {
   virtual HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppvObject) = 0;
@@ -299,6 +301,13 @@ struct ISupportErrorInfo : IUnknown {
 
  protected:
   ~ISupportErrorInfo() = default;
+};
+
+struct IProvideClassInfo : IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE GetClassInfo(ITypeInfo** ppTI) = 0;
+
+ protected:
+  ~IProvideClassInfo() = default;
 };
 
 // ---- COM on Linux: automation helpers ----
@@ -593,7 +602,42 @@ class ComPtr {
   T* object_ = nullptr;
 };
 
-#ifndef _WIN32
+#ifdef _WIN32
+
+// A library of the system, by its handle.
+namespace module {
+using Handle = HMODULE;
+inline Handle Open(const std::filesystem::path& file) { return LoadLibraryW(file.c_str()); }
+inline void Close(Handle handle) { FreeLibrary(handle); }
+inline void* Find(Handle handle, const char* name) {
+  return reinterpret_cast<void*>(GetProcAddress(handle, name));
+}
+// Why `what` could not be opened or found.
+inline std::string LastError(const std::string& what) {
+  return what + ": error " + std::to_string(GetLastError()) + " of Windows";
+}
+}  // namespace module
+
+// The file that serves the class, as the registry says; empty when none does.
+inline std::filesystem::path RegisteredFile() {
+  wchar_t file[MAX_PATH];
+  DWORD bytes = sizeof file;
+  const LSTATUS result =
+      RegGetValueW(HKEY_CLASSES_ROOT, L"CLSID\\{6D3DC26E-FE47-4582-BD90-5E241A8DBC8B}\\InprocServer32",
+                   nullptr, RRF_RT_REG_SZ, nullptr, file, &bytes);
+  return result == ERROR_SUCCESS ? std::filesystem::path(file) : std::filesystem::path();
+}
+inline std::string RegistrationPlaces() { return "HKEY_CLASSES_ROOT"; }
+
+#else
+
+namespace module {
+using Handle = void*;
+inline Handle Open(const std::filesystem::path& file) { return dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL); }
+inline void Close(Handle handle) { dlclose(handle); }
+inline void* Find(Handle handle, const char* name) { return dlsym(handle, name); }
+inline std::string LastError(const std::string&) { return dlerror(); }  // names it itself
+}  // namespace module
 
 // Where classes are registered, the most important place first: $KXDATA7_CLASSES alone when it is set;
 // otherwise the user's own place ($XDG_DATA_HOME/com-classes, by default ~/.local/share/com-classes), which
@@ -621,33 +665,50 @@ inline std::vector<std::filesystem::path> ClassDirectories() {
 // A registration is a text file of this name with lines `name=value`: ProgID and Library, an absolute path.
 inline constexpr const char* kClassFileName = "{6D3DC26E-FE47-4582-BD90-5E241A8DBC8B}";
 
+// The file that serves the class, as its registration says; empty when none does.
+inline std::filesystem::path RegisteredFile() {
+  for (const auto& directory : ClassDirectories()) {
+    std::ifstream file(directory / kClassFileName);
+    for (std::string line; std::getline(file, line);) {
+      if (line.starts_with("Library=")) return line.substr(line.find('=') + 1);
+    }
+  }
+  return {};
+}
+inline std::string RegistrationPlaces() {
+  std::string result;
+  for (const auto& directory : ClassDirectories())
+    result += (result.empty() ? "" : ", ") + directory.string();
+  return result;
+}
+
+#endif
+
 // The loaded component. Failures are std::runtime_error with a text in UTF-8. The library is unloaded with
-// this object unless the component is still in use.
+// this object unless the component is still in use. On Windows the calling thread must have entered COM
+// (CoInitializeEx); there a client may as well use CoCreateInstance alone.
 class Library {
  public:
-  // By the path of libKXData7.so; a bare file name is searched for as the dynamic linker does.
+  // By the path of the library; a bare file name is searched for as the system's loader does.
   static Library Load(const std::filesystem::path& file) {
-    const auto path = file.has_parent_path() ? std::filesystem::absolute(file) : file;
-    Library result(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
-    if (result.handle_ == nullptr)
-      throw std::runtime_error(std::string("Cannot load the component: ") + dlerror());
+    Library result(module::Open(file.has_parent_path() ? std::filesystem::absolute(file) : file));
+    if (result.handle_ == nullptr) {
+      const auto name = file.u8string();
+      throw std::runtime_error("Cannot load the component: " + module::LastError({name.begin(), name.end()}));
+    }
     result.get_class_object_ = result.Symbol<decltype(&DllGetClassObject)>("DllGetClassObject");
     result.can_unload_now_ = result.Symbol<decltype(&DllCanUnloadNow)>("DllCanUnloadNow");
+#ifndef _WIN32
     result.get_error_info_ = result.Symbol<decltype(&GetErrorInfo)>("GetErrorInfo");
+#endif
     return result;
   }
 
   // By the class's registration.
   static Library Registered() {
-    std::string searched;
-    for (const auto& directory : ClassDirectories()) {
-      std::ifstream file(directory / kClassFileName);
-      for (std::string line; std::getline(file, line);) {
-        if (line.starts_with("Library=")) return Load(line.substr(line.find('=') + 1));
-      }
-      searched += (searched.empty() ? "" : ", ") + directory.string();
-    }
-    throw std::runtime_error("The class KXData7.CKXData7Obj is not registered in " + searched);
+    const auto file = RegisteredFile();
+    if (!file.empty()) return Load(file);
+    throw std::runtime_error("The class KXData7.CKXData7Obj is not registered in " + RegistrationPlaces());
   }
 
   Library(Library&& other) noexcept
@@ -658,7 +719,7 @@ class Library {
   Library& operator=(Library&&) = delete;
   ~Library() {
     const bool in_use = can_unload_now_ != nullptr && can_unload_now_() != S_OK;
-    if (handle_ != nullptr && !in_use) dlclose(handle_);
+    if (handle_ != nullptr && !in_use) module::Close(handle_);
   }
 
   // A new object, not connected.
@@ -689,29 +750,34 @@ class Library {
     throw std::runtime_error(text.empty() ? std::string("The component answered ") + code : text);
   }
 
-  // Enters the library in the first of ClassDirectories(), and takes it out again.
+  // Registers the class with this file, and takes the registration back: on Linux in the first of
+  // ClassDirectories(), on Windows for all users or, without an administrator's rights, for this one.
   void Register() const { Check(Symbol<decltype(&DllRegisterServer)>("DllRegisterServer")()); }
   void Unregister() const { Check(Symbol<decltype(&DllUnregisterServer)>("DllUnregisterServer")()); }
 
+#ifndef _WIN32
   void SetYieldHook(void (*hook)()) const { Symbol<decltype(&KXSetYieldHook)>("KXSetYieldHook")(hook); }
+#endif
 
  private:
-  explicit Library(void* handle) : handle_(handle) {}
+  explicit Library(module::Handle handle) : handle_(handle) {}
 
   template <class Function>
   Function Symbol(const char* name) const {
-    void* const address = dlsym(handle_, name);
-    if (address == nullptr) throw std::runtime_error(std::string("Not the component: ") + dlerror());
+    void* const address = module::Find(handle_, name);
+    if (address == nullptr) throw std::runtime_error("Not the component: " + module::LastError(name));
     return reinterpret_cast<Function>(address);
   }
 
-  void* handle_;
+  module::Handle handle_;
   decltype(&DllGetClassObject) get_class_object_ = nullptr;
   decltype(&DllCanUnloadNow) can_unload_now_ = nullptr;
+#ifdef _WIN32
+  decltype(&GetErrorInfo) get_error_info_ = &GetErrorInfo;
+#else
   decltype(&GetErrorInfo) get_error_info_ = nullptr;
+#endif
 };
-
-#endif  // !_WIN32
 
 }  // namespace kxdata7
 

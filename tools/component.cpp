@@ -2,17 +2,18 @@
 
 #include <filesystem>
 
+#include "tools/platform.h"
+
 namespace kx::tool {
 namespace {
 
 // The component given by name, beside the tool, where an installation has it, or as registered.
 kxdata7::Library FindLibrary(const std::string& given) {
-  if (!given.empty()) return kxdata7::Library::Load(given);
-  std::error_code error;
-  const auto folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+  if (!given.empty()) return kxdata7::Library::Load(ToPath(given));
+  const auto folder = OwnFolder();
   for (const char* place : {"", KXDATA7_LIBRARY_FOLDER}) {
-    const auto file = folder / place / "libKXData7.so";
-    if (!error && std::filesystem::exists(file)) return kxdata7::Library::Load(file);
+    const auto file = folder / place / KXDATA7_LIBRARY_NAME;
+    if (!folder.empty() && std::filesystem::exists(file)) return kxdata7::Library::Load(file);
   }
   return kxdata7::Library::Registered();
 }

@@ -1,35 +1,15 @@
-#include <stdlib.h>
-
 #include <algorithm>
-#include <filesystem>
 #include <iostream>
 
 #include "database/table_key.h"
 #include "tools/commands.h"
 #include "tools/component.h"
 #include "tools/events.h"
+#include "tools/platform.h"
+#include "tools/temporary_folder.h"
 
 namespace kx::tool {
 namespace {
-
-// A folder that goes with this object.
-class TemporaryFolder {
- public:
-  TemporaryFolder() : path_((std::filesystem::temp_directory_path() / "kxdata7-XXXXXX").string()) {
-    if (mkdtemp(path_.data()) == nullptr) throw ToolError("no temporary folder can be made: " + path_);
-  }
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  std::string File(const char* name) const { return path_ + '/' + name; }
-
- private:
-  std::string path_;
-};
 
 std::string Show(const Value& value) { return value.ToTextOr("NULL"); }
 
@@ -112,7 +92,7 @@ PlantOptions InFile(const PlantOptions& options, std::string file) {
 
 std::optional<std::string> TrialError(const PlantOptions& options, std::int32_t row) {
   const TemporaryFolder folder;
-  const PlantOptions copy = InFile(options, folder.File("copy.db"));
+  const PlantOptions copy = InFile(options, ToText(folder.path() / "copy.db"));
   if (!CopyPlant(options, copy.plant)) return std::nullopt;
   Plant(copy).Run("delete from T_SFC_MDC_LOG where MDC_LOG_ID <> ?", {row});
   std::string error;
@@ -122,8 +102,8 @@ std::optional<std::string> TrialError(const PlantOptions& options, std::int32_t 
 
 int Explain(const PlantOptions& options, std::optional<std::int32_t> row) {
   const TemporaryFolder folder;
-  const PlantOptions before = InFile(options, folder.File("before.db"));
-  const PlantOptions after = InFile(options, folder.File("after.db"));
+  const PlantOptions before = InFile(options, ToText(folder.path() / "before.db"));
+  const PlantOptions after = InFile(options, ToText(folder.path() / "after.db"));
   if (!CopyPlant(options, before.plant))
     throw ToolError("explain tries the event on a copy, and only an SQLite plant can be copied");
   Plant copy(before);

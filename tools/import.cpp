@@ -4,6 +4,7 @@
 #include <unordered_map>
 
 #include "tools/commands.h"
+#include "tools/platform.h"
 #include "tools/recorded_input.h"
 
 namespace kx::tool {
@@ -51,7 +52,7 @@ class Importer {
 }  // namespace
 
 int Import(const PlantOptions& options, const ImportOptions& import) {
-  std::ifstream file(import.file, std::ios::binary);
+  std::ifstream file(ToPath(import.file), std::ios::binary);
   if (!file || file.peek() == std::ifstream::traits_type::eof())
     throw ToolError(import.file + ": cannot be read, or is empty");
   const bool shdr = import.format.empty() ? import.file.ends_with(".shdr") : import.format == "shdr";

@@ -8,6 +8,7 @@
 
 #include "tools/commands.h"
 #include "tools/events.h"
+#include "tools/platform.h"
 #include "tools/recorded_input.h"
 
 namespace kx::tool {
@@ -204,10 +205,11 @@ void CommandLine::AddQueueCommands() {
   });
 }
 
-int Main(int argc, char** argv) {
+int Main(std::vector<std::string> arguments) {
   CommandLine line;
   try {
-    line.app.parse(argc, argv);
+    std::ranges::reverse(arguments);  // as the parser takes them
+    line.app.parse(std::move(arguments));
   } catch (const CLI::ParseError& error) {
     return line.app.exit(error) == 0 ? 0 : 2;
   }
@@ -221,7 +223,7 @@ int Main(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   try {
-    return kx::tool::Main(argc, argv);
+    return kx::tool::Main(kx::tool::Arguments(argc, argv));
   } catch (const std::exception& error) {
     std::string text = error.what();
     std::ranges::replace_if(

@@ -9,6 +9,7 @@
 #include "database/sql_script.h"
 #include "database/table_key.h"
 #include "database/utf.h"
+#include "tools/platform.h"
 #include "tools/schema_sql.h"
 
 namespace kx::tool {
@@ -72,7 +73,8 @@ void AddDemoMachines(Plant& plant, DateTime start) {
 
 std::string PlantConnectionString(std::string_view plant, OpenMode mode) {
   std::error_code ignored;
-  const bool is_file = plant.find('=') == std::string_view::npos || std::filesystem::exists(plant, ignored);
+  const bool is_file =
+      plant.find('=') == std::string_view::npos || std::filesystem::exists(ToPath(plant), ignored);
   std::string text = is_file ? "Provider=SQLite;Data Source=" + Quoted(plant) : std::string(plant);
   return mode == OpenMode::kCreate ? WithSqliteKeyword(std::move(text), "Mode", "ReadWriteCreate") : text;
 }

@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <iostream>
@@ -8,6 +6,7 @@
 #include "tools/commands.h"
 #include "tools/component.h"
 #include "tools/events.h"
+#include "tools/platform.h"
 
 namespace kx::tool {
 namespace {
@@ -15,7 +14,7 @@ namespace {
 // A bar on the standard error as long as that is a terminal.
 class ProgressBar {
  public:
-  explicit ProgressBar(std::int32_t total) : total_(total), shown_(isatty(STDERR_FILENO) != 0) {}
+  explicit ProgressBar(std::int32_t total) : total_(total), shown_(IsErrorATerminal()) {}
   ~ProgressBar() {
     if (shown_) std::fputs("\r\x1b[K", stderr);
   }

@@ -1,11 +1,10 @@
 #include "tools/recorded_input.h"
 
-#include <time.h>
-
 #include <charconv>
 #include <functional>
 
 #include "tools/plant.h"
+#include "tools/platform.h"
 
 namespace kx::tool {
 namespace {
@@ -201,8 +200,8 @@ Recording ReadShdr(std::istream& input) {
 }
 
 DateTime PlantTime(std::time_t seconds) {
-  tm local{};
-  if (localtime_r(&seconds, &local) == nullptr) throw ToolError("the time lies out of range");
+  std::tm local{};
+  if (!ToLocalTime(seconds, local)) throw ToolError("the time lies out of range");
   return DateTime(local.tm_year + 1900, static_cast<unsigned>(local.tm_mon + 1),
                   static_cast<unsigned>(local.tm_mday), local.tm_hour, local.tm_min, local.tm_sec);
 }

@@ -70,17 +70,6 @@ create or replace function julianday(timestamp) returns double precision immutab
 
 }  // namespace
 
-TemporaryFolder::TemporaryFolder() {
-  std::string name = (std::filesystem::temp_directory_path() / "kxdata7-XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
-  path_ = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
 DatabaseKind TestedDatabase() {
   const char* const name = getenv("KXDATA7_TEST_DATABASE");
   if (name == nullptr || name == std::string_view("sqlite")) return DatabaseKind::kSqlite;

@@ -1,0 +1,18 @@
+# The engines and the system's libraries that the component is linked with.
+add_library(kxdata7_engines INTERFACE)
+add_library(kxdata7_system INTERFACE)
+if(WIN32)
+  # Debian has no SQLite for Windows: scripts/fetch-sqlite makes its single source file from Debian's source package.
+  set(KXDATA7_SQLITE_DIR "${PROJECT_SOURCE_DIR}/build/sqlite" CACHE PATH "The folder with sqlite3.c and sqlite3.h")
+  add_library(kxdata7_sqlite STATIC ${KXDATA7_SQLITE_DIR}/sqlite3.c)
+  target_include_directories(kxdata7_sqlite SYSTEM PUBLIC ${KXDATA7_SQLITE_DIR})
+  target_compile_definitions(kxdata7_sqlite PRIVATE SQLITE_THREADSAFE=1 SQLITE_OMIT_LOAD_EXTENSION)
+  target_compile_options(kxdata7_sqlite PRIVATE -w -O2)
+  target_link_libraries(kxdata7_engines INTERFACE kxdata7_sqlite odbc32)
+  target_link_libraries(kxdata7_system INTERFACE oleaut32 ole32 advapi32 uuid)
+else()
+  find_package(SQLite3 3.40 REQUIRED)
+  find_package(ODBC REQUIRED)
+  target_link_libraries(kxdata7_engines INTERFACE SQLite::SQLite3 ODBC::ODBC)
+  target_link_libraries(kxdata7_system INTERFACE ${CMAKE_DL_LIBS})
+endif()

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <ctime>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kx::tool {
+
+// Texts are UTF-8 in the tool; file names become what the system has.
+inline std::filesystem::path ToPath(std::string_view text) { return std::u8string(text.begin(), text.end()); }
+inline std::string ToText(const std::filesystem::path& path) {
+  const std::u8string text = path.u8string();
+  return {text.begin(), text.end()};
+}
+
+// ---- What the systems do each in their own way ----
+
+// The program's arguments without its name, in UTF-8. Prepares the terminal for UTF-8, too.
+std::vector<std::string> Arguments(int argc, char** argv);
+
+std::filesystem::path OwnFolder();  // the folder of the program; empty when unknown
+
+// The local calendar time of a moment; false: it lies out of range.
+bool ToLocalTime(std::time_t moment, std::tm& local);
+
+bool IsErrorATerminal();  // the standard error
+
+}  // namespace kx::tool

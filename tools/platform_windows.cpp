@@ -1,0 +1,33 @@
+#include "tools/platform.h"
+
+#include <windows.h>
+// Windows' own base header comes first.
+#include <io.h>
+#include <shellapi.h>
+
+#include "KXData7.h"
+
+namespace kx::tool {
+
+std::vector<std::string> Arguments(int, char**) {
+  SetConsoleOutputCP(CP_UTF8);
+  int count = 0;
+  wchar_t** const given = CommandLineToArgvW(GetCommandLineW(), &count);
+  std::vector<std::string> arguments;
+  for (int i = 1; i < count; ++i) arguments.push_back(kxdata7::ToUtf8(given[i]));
+  LocalFree(given);
+  return arguments;
+}
+
+std::filesystem::path OwnFolder() {
+  wchar_t file[MAX_PATH];
+  const DWORD length = GetModuleFileNameW(nullptr, file, MAX_PATH);
+  if (length == MAX_PATH) return {};
+  return std::filesystem::path(std::wstring_view(file, length)).parent_path();
+}
+
+bool ToLocalTime(std::time_t moment, std::tm& local) { return localtime_s(&local, &moment) == 0; }
+
+bool IsErrorATerminal() { return _isatty(_fileno(stderr)) != 0; }
+
+}  // namespace kx::tool
