@@ -77,6 +77,7 @@ union CY {
 // Text is UTF-16. A BSTR points behind a 4-byte count of the text's bytes and ends with a NUL that is not
 // counted; it is made by SysAllocString… and freed by SysFreeString. A null BSTR is the empty text.
 using OLECHAR = char16_t;
+#define OLESTR(text) u##text
 using LPOLESTR = OLECHAR*;
 using BSTR = OLECHAR*;
 

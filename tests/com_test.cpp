@@ -14,7 +14,7 @@ using kxdata7::Bstr;
 using kxdata7::ComPtr;
 
 constexpr const char* kClosed = "Operation is not allowed when the object is closed.";
-const OLECHAR* const kMemory = u"Provider=SQLite;Data Source=:memory:";
+const OLECHAR* const kMemory = OLESTR("Provider=SQLite;Data Source=:memory:");
 
 HRESULT Connect(_CKXData7Obj& object, LONG type = 2, const OLECHAR* to = kMemory) {
   Bstr error;
@@ -43,11 +43,18 @@ TEST(Com, SlotsStandInTheirOrder) {
 
   UINT type_infos = 7;
   EXPECT_EQ(CallSlot(raw, 3, &type_infos), S_OK);
-  EXPECT_EQ(type_infos, 0u);
   ITypeInfo* type_info = nullptr;
-  EXPECT_EQ(CallSlot(raw, 4, UINT{0}, LCID{0}, &type_info), E_NOTIMPL);
   EXPECT_EQ(CallSlot(raw, 4, UINT{1}, LCID{0}, &type_info), DISP_E_BADINDEX);
-  std::u16string name = u"GetNoLock";
+  EXPECT_EQ(type_info, nullptr);
+#ifdef _WIN32
+  EXPECT_EQ(type_infos, 1u);
+  ASSERT_EQ(CallSlot(raw, 4, UINT{0}, LCID{0}, &type_info), S_OK);
+  EXPECT_EQ(CallSlot<ULONG>(type_info, 2), 0u);
+#else
+  EXPECT_EQ(type_infos, 0u);
+  EXPECT_EQ(CallSlot(raw, 4, UINT{0}, LCID{0}, &type_info), E_NOTIMPL);
+#endif
+  kxdata7::OleString name = OLESTR("GetNoLock");
   LPOLESTR names = name.data();
   DISPID id = 0;
   EXPECT_EQ(CallSlot(raw, 5, &IID_NULL, &names, UINT{1}, LCID{0}, &id), S_OK);
@@ -65,7 +72,7 @@ TEST(Com, SlotsStandInTheirOrder) {
   EXPECT_EQ(flag, VARIANT_TRUE);
   EXPECT_EQ(CallSlot(raw, 7, &flag), S_OK);
   EXPECT_EQ(flag, VARIANT_FALSE) << "a database without the tables";
-  const Bstr param(u"7");
+  const Bstr param(OLESTR("7"));
   for (const std::size_t append : {9u, 10u}) {
     SCOPED_TRACE(append);
     flag = VARIANT_TRUE;
@@ -162,7 +169,7 @@ TEST(Com, FactoryAndUnloading) {
 
 TEST(Com, NullPointersAreRefusedBeforeAnythingRuns) {
   const auto object = CreateObject();
-  Bstr error(u"kept");
+  Bstr error(OLESTR("kept"));
   VARIANT_BOOL flag = VARIANT_TRUE;
   EXPECT_EQ(object->IsConnected(nullptr), E_POINTER);
   EXPECT_EQ(Connect(*object), S_OK);
@@ -177,7 +184,7 @@ TEST(Com, NullPointersAreRefusedBeforeAnythingRuns) {
   EXPECT_EQ(object->DoNextItemFromMDCLog(nullptr, nullptr), E_POINTER);
   EXPECT_EQ(object->GetMDCLogCount(nullptr), E_POINTER);
   EXPECT_EQ(object->GetNoLock(nullptr), E_POINTER);
-  EXPECT_EQ(error.view(), u"kept");
+  EXPECT_EQ(error.view(), OLESTR("kept"));
   EXPECT_EQ(object->GetTypeInfoCount(nullptr), E_POINTER);
   EXPECT_EQ(object->GetTypeInfo(0, 0, nullptr), E_POINTER);
   EXPECT_EQ(object->ConnectToDatabase(nullptr, 2, error.inout(), &flag), S_OK) << "a null text is empty";
@@ -199,7 +206,7 @@ TEST(Com, ErrorsBelongToTheCallAndTheThread) {
   EXPECT_EQ(info->GetGUID(&guid), S_OK);
   EXPECT_EQ(guid, IID__CKXData7Obj);
   EXPECT_EQ(info->GetDescription(nullptr), E_POINTER);
-  EXPECT_EQ(GetErrorInfo(0, nullptr), E_POINTER);
+  EXPECT_TRUE(FAILED(GetErrorInfo(0, nullptr)));
 
   SetErrorInfo(0, info.get());
   VARIANT_BOOL connected;
@@ -244,10 +251,10 @@ TEST_F(ComBoundary, SecondCallIsRefusedWhileOneRuns) {
   ComPtr<_CKXData7Obj> object;
   const auto call_again = [&] {
     VARIANT_BOOL flag = VARIANT_TRUE;
-    Bstr error(u"kept");
+    Bstr error(OLESTR("kept"));
     EXPECT_EQ(object->ConnectToDatabase(nullptr, 3, error.inout(), &flag), RPC_E_SERVERCALL_RETRYLATER);
     EXPECT_EQ(flag, VARIANT_FALSE);
-    EXPECT_EQ(error.view(), u"kept");
+    EXPECT_EQ(error.view(), OLESTR("kept"));
     EXPECT_EQ(TakeThreadError(), "The object is working for another call.");
   };
   Serve([&] {
@@ -277,11 +284,11 @@ TEST(Com, NoTransactionIsLeftOpen) {
     };
     const auto object = CreateObject();
     Connect(*object);
-    Bstr error(u"kept");
+    Bstr error(OLESTR("kept"));
     VARIANT_BOOL queued = VARIANT_TRUE;
     EXPECT_EQ(object->AppendItemToMDCLog(1, 1, 1, 1, 1, nullptr, 0, error.inout(), &queued), E_OUTOFMEMORY);
     EXPECT_EQ(queued, VARIANT_FALSE);
-    EXPECT_EQ(error.view(), u"kept");
+    EXPECT_EQ(error.view(), OLESTR("kept"));
     // Where the transaction could not be rolled back at the second attempt, the connection was closed.
     LONG count = 0;
     EXPECT_EQ(object->GetMDCLogCount(&count), E_FAIL);

@@ -1,9 +1,7 @@
 // The database layer below the component: values, texts, the statement translator and SQLite.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
 
 #include "component/messages.h"
@@ -13,6 +11,7 @@
 #include "database/numeric_text.h"
 #include "database/recordset.h"
 #include "database/utf.h"
+#include "tools/temporary_folder.h"
 
 namespace kx {
 namespace {
@@ -301,10 +300,9 @@ TEST_F(SqliteTest, Transactions) {
 }
 
 TEST(SqliteOpenTest, SaysWhatIsWrong) {
-  const auto folder = std::filesystem::temp_directory_path() / ("kx-open-" + std::to_string(getpid()));
-  std::filesystem::create_directory(folder);
-  std::ofstream(folder / "text.db") << std::string(5000, 'x');
-  const std::string file = "Provider=SQLite;Data Source=" + folder.string();
+  const TemporaryFolder folder;
+  std::ofstream(folder.path() / "text.db") << std::string(5000, 'x');
+  const std::string file = "Provider=SQLite;Data Source=" + folder.path().string();
   const std::pair<std::string, std::string> cases[] = {
       {file + "/missing.db", "missing.db\": unable to open database file"},
       {file, "unable to open database file"},
@@ -332,7 +330,6 @@ TEST(SqliteOpenTest, SaysWhatIsWrong) {
   } catch (const DatabaseError& error) {
     EXPECT_TRUE(error.busy()) << error.description();
   }
-  std::filesystem::remove_all(folder);
 }
 
 }  // namespace

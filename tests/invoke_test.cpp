@@ -17,20 +17,20 @@ const VARIANT kMissing = MakeVariant(VT_ERROR, DISP_E_PARAMNOTFOUND);
 TEST(Invoke, NamesAreFoundInAnyCase) {
   const auto object = CreateObject();
   const struct {
-    std::vector<std::u16string> names;
+    std::vector<kxdata7::OleString> names;
     std::vector<DISPID> ids;
   } cases[] = {
-      {{u"ISCONNECTED"}, {1}},
-      {{u"connectToDatabase"}, {2}},
-      {{u"AppendItemToMDCLog"}, {3}},
-      {{u"AppendItemToMDCLogDNC"}, {4}},
-      {{u"DoNextItemFromMDCLog"}, {5}},
-      {{u"getmdclogcount"}, {6}},
-      {{u"CompleteMachineDataRecord"}, {7}},
-      {{u"GetNoLock"}, {8}},
-      {{u"GetNoLoc"}, {DISPID_UNKNOWN}},
-      {{u""}, {DISPID_UNKNOWN}},
-      {{u"DoNextItemFromMDCLog", u"strError"}, {5, DISPID_UNKNOWN}},
+      {{OLESTR("ISCONNECTED")}, {1}},
+      {{OLESTR("connectToDatabase")}, {2}},
+      {{OLESTR("AppendItemToMDCLog")}, {3}},
+      {{OLESTR("AppendItemToMDCLogDNC")}, {4}},
+      {{OLESTR("DoNextItemFromMDCLog")}, {5}},
+      {{OLESTR("getmdclogcount")}, {6}},
+      {{OLESTR("CompleteMachineDataRecord")}, {7}},
+      {{OLESTR("GetNoLock")}, {8}},
+      {{OLESTR("GetNoLoc")}, {DISPID_UNKNOWN}},
+      {{OLESTR("")}, {DISPID_UNKNOWN}},
+      {{OLESTR("DoNextItemFromMDCLog"), OLESTR("strError")}, {5, DISPID_UNKNOWN}},
   };
   for (auto given : cases) {
     std::vector<LPOLESTR> names;
@@ -98,7 +98,7 @@ TEST(Invoke, ErrorTextGoesBackWhereItCan) {
   const auto object = CreateObject();
   const auto next = [&](const VARIANT& error) { return InvokeById(*object, 5, {error}).result; };
 
-  Bstr direct(u"old");
+  Bstr direct(OLESTR("old"));
   EXPECT_EQ(next(MakeVariant(VT_BYREF | VT_BSTR, direct.inout())), S_OK);
   EXPECT_EQ(direct.ToUtf8(), kClosed);
 
@@ -109,7 +109,7 @@ TEST(Invoke, ErrorTextGoesBackWhereItCan) {
   } variables[] = {
       {VARIANT{}, S_OK},
       {Number(5), S_OK},
-      {MakeVariant(VT_BSTR, Bstr(u"old").release()), S_OK},
+      {MakeVariant(VT_BSTR, Bstr(OLESTR("old")).release()), S_OK},
       {MakeVariant(VT_BYREF | VT_BSTR, behind_variable.inout()), S_OK},
       {MakeVariant(VT_NULL, 0), DISP_E_TYPEMISMATCH},
       {MakeVariant(VT_DISPATCH, static_cast<IDispatch*>(nullptr)), DISP_E_TYPEMISMATCH},
@@ -121,7 +121,7 @@ TEST(Invoke, ErrorTextGoesBackWhereItCan) {
     static_cast<VARIANT&>(variable) = given.before;
     EXPECT_EQ(next(MakeVariant(VT_BYREF | VT_VARIANT, static_cast<VARIANT*>(&variable))), given.result);
     const bool taken = given.result == S_OK && (given.before.vt & VT_BYREF) == 0;
-    ASSERT_EQ(variable.vt, taken ? VT_BSTR : given.before.vt);
+    ASSERT_EQ(variable.vt, taken ? VARTYPE{VT_BSTR} : given.before.vt);
     if (taken) {
       EXPECT_EQ(kxdata7::ToUtf8(variable.bstrVal), kClosed);
     }
@@ -129,17 +129,17 @@ TEST(Invoke, ErrorTextGoesBackWhereItCan) {
   EXPECT_EQ(behind_variable.ToUtf8(), kClosed);
 
   // A text that stays as it is leaves the variable as it is.
-  const Bstr memory(u"Provider=SQLite;Data Source=:memory:");
+  const Bstr memory(OLESTR("Provider=SQLite;Data Source=:memory:"));
   VARIANT five = Number(5);
   const VARIANT reference = MakeVariant(VT_BYREF | VT_VARIANT, &five);
   EXPECT_EQ(InvokeById(*object, 2, {Text(memory), Number(2), reference}).result, S_OK);
   EXPECT_EQ(five.vt, VT_I4);
 
   // These get nothing back.
-  const Bstr literal(u"old");
+  const Bstr literal(OLESTR("old"));
   LONG number = 5;
   EXPECT_EQ(next(Text(literal)), S_OK);
-  EXPECT_EQ(literal.view(), u"old");
+  EXPECT_EQ(literal.view(), OLESTR("old"));
   EXPECT_EQ(next(kMissing), S_OK);
   EXPECT_EQ(next(MakeVariant(VT_BYREF | VT_I4, &number)), DISP_E_TYPEMISMATCH);
   EXPECT_EQ(next(MakeVariant(VT_BYREF | VT_BSTR, static_cast<BSTR*>(nullptr))), E_POINTER);
@@ -162,7 +162,7 @@ class InvokeOnPlant : public testing::Test {
 };
 
 TEST_F(InvokeOnPlant, ArgumentsReachTheirPlaces) {
-  const Bstr param(u"Größe 7");
+  const Bstr param(OLESTR("Größe 7"));
   const auto queued = Append(Number(1), Text(param));
   EXPECT_EQ(queued.result, S_OK);
   EXPECT_EQ(queued.value.vt, VT_BOOL);
@@ -178,7 +178,7 @@ TEST_F(InvokeOnPlant, ArgumentsReachTheirPlaces) {
 
 TEST_F(InvokeOnPlant, ValuesAreConverted) {
   SHORT reference_target = -12;
-  const Bstr digits(u" -7.5"), word(u"7x"), too_large(u"1e999");
+  const Bstr digits(OLESTR(" -7.5")), word(OLESTR("7x")), too_large(OLESTR("1e999"));
   BSTR text_target = digits.get();
   VARIANT inner = MakeVariant(VT_R8, 2.5);
   VARIANT inner_reference = MakeVariant(VT_BYREF | VT_VARIANT, &inner);

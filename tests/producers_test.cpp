@@ -1,12 +1,13 @@
 // Many programs queue events while one works them off.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <vector>
 
 #include "component/text.h"
 #include "tests/support/long_run.h"
@@ -19,9 +20,10 @@ using std::chrono::steady_clock;
 
 constexpr int kProducers = 8;
 
-// On a server, and under a sanitizer, fewer outside the long run.
+// On a server, under a sanitizer, and on Windows, where locks go through Wine's server, fewer outside the
+// long run.
 int EventsOfEach() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(_WIN32)
   constexpr int few = 250;
 #else
   const int few = TestedDatabase() == DatabaseKind::kSqlite ? 2500 : 800;
@@ -35,48 +37,6 @@ struct Report {
   double slowest_call = 0;  // seconds
 };
 
-// A process of its own, on the real clock: it waits for a connection string and does `work` on it. It is
-// started before this process opens a database, whose locks a fork would muddle.
-class Client {
- public:
-  template <class Work>
-  explicit Client(Work work) {
-    EXPECT_EQ(pipe(to_child_.data()), 0);
-    EXPECT_EQ(pipe(from_child_.data()), 0);
-    process_ = fork();
-    if (process_ != 0) return;
-    std::array<char, 512> connection_string{};
-    if (read(to_child_[0], connection_string.data(), connection_string.size() - 1) <= 0) _exit(1);
-    Component component;
-    Report report;
-    if (!component.Connect(connection_string.data(), 0).done) _exit(1);
-    const auto begin = steady_clock::now();
-    work(component, report);
-    report.seconds = std::chrono::duration<double>(steady_clock::now() - begin).count();
-    _exit(write(from_child_[1], &report, sizeof report) == sizeof report ? 0 : 1);
-  }
-  Client(const Client&) = delete;
-  Client& operator=(const Client&) = delete;
-
-  void Start(const std::string& connection_string) const {
-    EXPECT_EQ(write(to_child_[1], connection_string.data(), connection_string.size()),
-              static_cast<ssize_t>(connection_string.size()));
-  }
-  Report Wait() const {
-    Report report;
-    close(from_child_[1]);
-    EXPECT_EQ(read(from_child_[0], &report, sizeof report), static_cast<ssize_t>(sizeof report));
-    int status = 0;
-    EXPECT_EQ(waitpid(process_, &status, 0), process_);
-    for (const int end : {to_child_[0], to_child_[1], from_child_[0]}) close(end);
-    return report;
-  }
-
- private:
-  std::array<int, 2> to_child_{}, from_child_{};
-  pid_t process_ = 0;
-};
-
 template <class Call>
 bool Timed(Report& report, Call call) {
   const auto begin = steady_clock::now();
@@ -86,33 +46,72 @@ bool Timed(Report& report, Call call) {
   return done;
 }
 
+// Queues the events of one producer.
+Report Produce(Component& component, int number) {
+  Report report;
+  for (int i = 0, events = EventsOfEach(); i < events; ++i) {
+    const auto append = [&] {
+      return component.Append(1, 2, 3, 1 + number % 3, 120, Concat(number, " ", i), 2) == Outcome{true, ""};
+    };
+    if (!Timed(report, append)) ++report.failed;
+  }
+  return report;
+}
+
+// Works the events of all producers off.
+Report ProcessAll(Component& component) {
+  Report report;
+  bool waiting = false;  // an event, for certain: nobody else takes one off
+  for (int left = kProducers * EventsOfEach(); left > 0;) {
+    Outcome outcome;
+    const bool done = Timed(report, [&] { return (outcome = component.Next()).done; });
+    if (!done && (waiting || !outcome.error.empty())) ++report.failed;
+    if (done) --left;
+    LONG count = 0;
+    waiting = !done && component->GetMDCLogCount(&count) == S_OK && count > 0;
+  }
+  return report;
+}
+
+constexpr int kProcessor = kProducers;  // as the number of a client
+
+// Tells a client's process where the plant is.
+constexpr const char* kPlantVariable = "KXDATA7_TEST_PLANT";
+
+// The work of a client's process, on the real clock: it connects, works and prints its report.
+int RunClient(int number) {
+  Component component;
+  if (!component.Connect(std::getenv(kPlantVariable), 0).done) return 1;
+  const auto begin = steady_clock::now();
+  const Report report = number == kProcessor ? ProcessAll(component) : Produce(component, number);
+  const double seconds = std::chrono::duration<double>(steady_clock::now() - begin).count();
+  return std::printf("%d %f %f\n", report.failed, seconds, report.slowest_call) > 0 ? 0 : 1;
+}
+
+std::string program;  // this one
+
+// A client in a process of its own.
+class Client {
+ public:
+  explicit Client(int number) : output_(popen(Concat("\"", program, "\" ", number).c_str(), "r")) {
+    EXPECT_NE(output_, nullptr);
+  }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  Report Wait() {
+    Report report{1, 0, 0};
+    EXPECT_EQ(std::fscanf(output_, "%d %lf %lf", &report.failed, &report.seconds, &report.slowest_call), 3);
+    EXPECT_EQ(pclose(output_), 0);
+    return report;
+  }
+
+ private:
+  FILE* output_;
+};
+
 TEST(ProducersTest, EveryEventIsAppliedOnceInItsProducersOrder) {
   const int events_each = EventsOfEach();
-  std::array<std::unique_ptr<Client>, kProducers> producers;
-  for (int number = 0; number < kProducers; ++number) {
-    producers[static_cast<std::size_t>(number)] =
-        std::make_unique<Client>([number, events_each](Component& component, Report& report) {
-          for (int i = 0; i < events_each; ++i) {
-            const auto append = [&] {
-              return component.Append(1, 2, 3, 1 + number % 3, 120, Concat(number, " ", i), 2) ==
-                     Outcome{true, ""};
-            };
-            if (!Timed(report, append)) ++report.failed;
-          }
-        });
-  }
-  const Client processor([events_each](Component& component, Report& report) {
-    bool waiting = false;  // an event, for certain: nobody else takes one off
-    for (int left = kProducers * events_each; left > 0;) {
-      Outcome outcome;
-      const bool done = Timed(report, [&] { return (outcome = component.Next()).done; });
-      if (!done && (waiting || !outcome.error.empty())) ++report.failed;
-      if (done) --left;
-      LONG count = 0;
-      waiting = !done && component->GetMDCLogCount(&count) == S_OK && count > 0;
-    }
-  });
-
   Plant plant(0);
   // The order in which SQLite took the events in; a server's keys may be given out in another order than
   // kept.
@@ -123,8 +122,11 @@ TEST(ProducersTest, EveryEventIsAppliedOnceInItsProducersOrder) {
         "create trigger ARRIVAL after insert on T_SFC_MDC_LOG begin "
         "insert into ARRIVALS values (new.PARAM1); end");
   }
-  processor.Start(plant.connection_string());
-  for (const auto& producer : producers) producer->Start(plant.connection_string());
+  static std::string variable = Concat(kPlantVariable, "=", plant.connection_string());
+  putenv(variable.data());
+  Client processor(kProcessor);
+  std::vector<std::unique_ptr<Client>> producers;
+  for (int number = 0; number < kProducers; ++number) producers.push_back(std::make_unique<Client>(number));
   Report appends;
   for (const auto& producer : producers) {
     const Report report = producer->Wait();
@@ -157,4 +159,14 @@ TEST(ProducersTest, EveryEventIsAppliedOnceInItsProducersOrder) {
 }
 
 }  // namespace
+
+int Main(int argc, char** argv) {
+  program = std::filesystem::absolute(argv[0]).string();
+  if (argc == 2 && argv[1][0] != '-') return RunClient(std::atoi(argv[1]));
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}
+
 }  // namespace kx::test
+
+int main(int argc, char** argv) { return kx::test::Main(argc, argv); }

@@ -125,7 +125,7 @@ TEST(ThreadTest, CallsIntoOneObjectAtOnce) {
   InThreads([&](int who) {
     for (int round = 0; round < kRounds; ++round) {
       const kxdata7::Bstr param = kxdata7::Bstr::FromUtf8(Concat("t", who));
-      kxdata7::Bstr error(u"mine");
+      kxdata7::Bstr error(OLESTR("mine"));
       VARIANT_BOOL done = VARIANT_FALSE;
       LONG count = -1;
       const bool counts = round % 2 == 0;
