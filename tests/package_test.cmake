@@ -1,0 +1,16 @@
+# Installs BUILD_FOLDER, builds the C++ example from what is installed and runs it on a plant of the installed tool.
+# EXAMPLES, TOOL and LIBRARY are places below the prefix.
+set(folder ${BUILD_FOLDER}/package_test)
+file(REMOVE_RECURSE ${folder})
+set(plant ${folder}/plant.db)
+
+function(run)
+  execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+run(${CMAKE_COMMAND} --install ${BUILD_FOLDER} --prefix ${folder}/usr)
+run(${CMAKE_COMMAND} -S ${folder}/usr/${EXAMPLES} -B ${folder}/build -G Ninja
+    -DCMAKE_PREFIX_PATH=${folder}/usr -DCMAKE_CXX_COMPILER=${CXX})
+run(${CMAKE_COMMAND} --build ${folder}/build)
+run(${folder}/usr/${TOOL} create ${plant} --demo)
+run(${folder}/build/monitor "Provider=SQLite;Data Source=${plant}" ${folder}/usr/${LIBRARY})
