@@ -40,16 +40,20 @@ class MonitorTest(unittest.TestCase):
             [(1, 2, 0, 2), (2, 0, 0, 0), (3, 0, 0, 0), (4, 0, 0, 0)],
         )
 
-        # A scrap count beyond 16 bits is first in the queue.
+        # First in the queue: a scrap count beyond 16 bits, then an event that cannot be taken off.
         self.plant.query(
             "insert into T_SFC_MDC_LOG (COMMAND_ID, DEPT_ID, LOCATION_ID, GROUP_ID, MACHINE_ID, "
-            "COMMAND_TIME_CODE, TIME_STAMP, PARAM1) select COMMAND_ID, 1, 1, 1, 1, 0, datetime('now', 'localtime'), "
-            "'-32768' from T_SFC_COMMAND where COMMAND_TYPE_CODE = 14"
+            "COMMAND_TIME_CODE, TIME_STAMP, PARAM1) "
+            "select COMMAND_ID, 1, 1, 1, 1, 0, datetime('now', 'localtime'), '-32768' "
+            "from T_SFC_COMMAND where COMMAND_TYPE_CODE = 14"
         )
         stays = queued + "4 events waited, 0 were applied.\n"
-        self.expect(1, stays, "monitor: The first event stays: Overflow\n", self.plant.connection_string, LIBRARY)
+        error = "monitor: The first event stays: Overflow\n"
+        self.expect(1, stays, error, self.plant.connection_string, LIBRARY)
         self.plant.query("update T_SFC_MDC_LOG set PARAM1 = '1'")
-        self.plant.query("create trigger KEEP before delete on T_SFC_MDC_LOG begin select raise(abort, ''); end")
+        self.plant.query(
+            "create trigger KEEP before delete on T_SFC_MDC_LOG begin select raise(abort, 'kept'); end"
+        )
         stays = queued + "7 events waited, 0 were applied.\n"
         error = "monitor: The first event stays although applied.\n"
         self.expect(1, stays, error, self.plant.connection_string, LIBRARY)

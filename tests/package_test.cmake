@@ -13,4 +13,6 @@ run(${CMAKE_COMMAND} -S ${folder}/usr/${EXAMPLES} -B ${folder}/build -G Ninja
     -DCMAKE_PREFIX_PATH=${folder}/usr -DCMAKE_CXX_COMPILER=${CXX})
 run(${CMAKE_COMMAND} --build ${folder}/build)
 run(${folder}/usr/${TOOL} create ${plant} --demo)
-run(${folder}/build/monitor "Provider=SQLite;Data Source=${plant}" ${folder}/usr/${LIBRARY})
+# Not by `run`, which would take the text apart at its semicolon.
+execute_process(COMMAND ${folder}/build/monitor "Provider=SQLite;Data Source=${plant}" ${folder}/usr/${LIBRARY}
+                COMMAND_ERROR_IS_FATAL ANY)
