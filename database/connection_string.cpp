@@ -47,6 +47,10 @@ std::string TakeValue(std::string_view text, std::size_t& at, std::string_view k
 }  // namespace
 
 ConnectionString ConnectionString::Parse(std::string_view text) {
+  // A driver would cut it there.
+  if (text.find('\0') != std::string_view::npos) {
+    throw DatabaseError("The connection string holds a NUL character.");
+  }
   ConnectionString result;
   for (std::size_t at = 0; at < text.size(); ++at) {
     const std::size_t begin = at;

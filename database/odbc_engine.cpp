@@ -120,9 +120,6 @@ std::string OdbcEngine::Connect(const std::string& text) {
 }
 
 void OdbcEngine::Open(const std::string& connection_text) {
-  if (connection_text.find('\0') != std::string::npos) {
-    throw DatabaseError("The connection string holds a NUL character.");
-  }
   try {
     const std::string completed = Connect(connection_text);
     std::u16string name(128, u'\0');

@@ -103,6 +103,8 @@ TEST(ConnectionStringTest, Parses) {
             "The connection string has an unclosed quote at the value of \"Pwd\".");
   EXPECT_NE(ErrorOf([] { ConnectionString::Parse("x"); }), "no error");
   EXPECT_NE(ErrorOf([] { ConnectionString::Parse("=1"); }), "no error");
+  EXPECT_EQ(ErrorOf([] { ConnectionString::Parse(std::string("Data Source=plant.db\0.old", 25)); }),
+            "The connection string holds a NUL character.");
 }
 
 std::string Translated(std::string_view sql, SqlTarget target) {

@@ -14,7 +14,7 @@ import unittest.mock
 from typing import Any, Callable, Dict, List, Tuple
 
 from demo_plant import DemoPlant
-from kxdata7 import Component, DatabaseType, Error, EventStays, Next, TimeCode, class_directories
+from kxdata7 import Component, DatabaseType, Error, EventStays, Next, TimeCode, _Library, class_directories
 
 LIBRARY = os.environ["KXDATA7_LIBRARY"]
 
@@ -139,10 +139,9 @@ class FailuresTest(ClientTest):
             component.append(dept=1, location=1, group=1, machine=1, command=1)
         self.assertEqual(unconnected.exception.hresult, 0)
 
-        with self.assertRaises(Error) as refused:
-            component.connect("Provider=SQLite;Data Source=/nowhere/Ж😀\ud800.db;\0=1", DatabaseType.ORACLE)
+        with self.assertRaisesRegex(Error, "NUL") as refused:
+            component.connect(self.plant.connection_string + "\0.db", DatabaseType.ORACLE)
         self.assertEqual(refused.exception.hresult, 0)
-        self.assertIn('"\0"', str(refused.exception))
         with self.assertRaisesRegex(Error, 'open "/nowhere/Ж😀\ufffd.db"'):
             component.connect("Provider=SQLite;Data Source=/nowhere/Ж😀\ud800.db", DatabaseType.ORACLE)
 
@@ -179,6 +178,14 @@ class FailuresTest(ClientTest):
             Component(pathlib.Path("/nowhere/libKXData7.so"))
         with self.assertRaisesRegex(Error, "Not the component: .*DllGetClassObject"):
             Component("libc.so.6")
+
+
+class TextTest(unittest.TestCase):
+    def test_texts_come_back_whole(self) -> None:
+        library = _Library(LIBRARY)
+        for text in ("", "Müller €", "a\0b\0", "Ж😀", "\udc00a\ud800"):
+            with library.text(text) as bstr:
+                self.assertEqual(library.text_of(bstr.value), text)
 
 
 class ObjectsTest(ClientTest):
