@@ -82,7 +82,7 @@ void SplitSql(std::string_view sql, std::vector<SqlToken>& tokens) {
         end = sql.size();
       }
     }
-    tokens.push_back({kind, begin > at, sql.substr(begin, end - begin)});
+    tokens.push_back({kind, sql.substr(begin, end - begin)});
     at = end;
   }
 }

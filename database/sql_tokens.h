@@ -5,7 +5,7 @@
 
 namespace kx {
 
-// A piece of SQL text. Blanks are no tokens; a token remembers whether any stood in front of it.
+// A piece of SQL text. Blanks are no tokens.
 struct SqlToken {
   enum class Kind {
     kWord,        // a name or keyword
@@ -18,7 +18,6 @@ struct SqlToken {
   };
 
   Kind kind;
-  bool blank_before;
   std::string_view text;
 
   // Compares a word or symbol without case.
