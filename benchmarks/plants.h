@@ -38,7 +38,7 @@ class MasterPlant {
 
  private:
   const Ground& ground_;
-  test::TemporaryFolder folder_;
+  TemporaryFolder folder_;
   std::string database_;  // a file or a server's database
   int copies_ = 0;
 };
