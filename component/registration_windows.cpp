@@ -55,10 +55,11 @@ void Require(LSTATUS result, const char* what) {
   if (result != ERROR_SUCCESS) throw std::system_error(result, std::system_category(), what);
 }
 
+// A key, made where it is missing.
 class Key {
  public:
   Key(HKEY parent, const wchar_t* path) {
-    Require(RegCreateKeyExW(parent, path, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key_, nullptr),
+    Require(RegCreateKeyExW(parent, path, 0, nullptr, 0, KEY_WRITE, nullptr, &key_, nullptr),
             "cannot write the registration");
   }
   Key(const Key&) = delete;
@@ -94,9 +95,8 @@ bool IsAdministrator() {
 constexpr const wchar_t* kClasses = L"Software\\Classes";
 
 void RemoveFrom(HKEY root) {
-  const Key classes(root, kClasses);
   for (const wchar_t* key : kKeys) {
-    const LSTATUS result = RegDeleteTreeW(classes.get(), key);
+    const LSTATUS result = RegDeleteTreeW(root, (std::wstring(kClasses) + L"\\" + key).c_str());
     if (result != ERROR_FILE_NOT_FOUND) Require(result, "cannot remove the registration");
   }
 }
