@@ -31,6 +31,7 @@ class Wine:
             WINEPREFIX=str(self.folder / "prefix"),
             WINEARCH="win64",
             WINEDEBUG="-all",
+            LC_ALL="C.UTF-8",  # how programs are given their arguments
             WINEDLLOVERRIDES="mscoree=;mshtml=",
         )
         try:
@@ -56,18 +57,19 @@ class Wine:
         )
 
     def registry(self) -> Registry:
-        """All that the registry holds."""
-        file = self.folder / "registry.reg"
-        self.run("regedit", "/E", windows_path(file)).check_returncode()
+        """What the registry holds of programs: of all users' and of this one's."""
         keys: Registry = {}
         values: Dict[str, str] = {}
-        for line in file.read_text("utf-16").replace("\\\n", "").splitlines():
-            if line.startswith("["):
-                values = keys.setdefault(line.strip("[]").lower(), {})
-            elif "=" in line:
-                name, value = line.split("=", 1)
-                values[name.strip('"')] = value.strip('"').replace("\\\\", "\\")
-        file.unlink()
+        file = self.folder / "registry.reg"
+        for root in ("HKEY_LOCAL_MACHINE", "HKEY_CURRENT_USER"):
+            self.run("regedit", "/E", windows_path(file), root + "\\Software").check_returncode()
+            for line in file.read_text("utf-16").replace("\\\n", "").splitlines():
+                if line.startswith("["):
+                    values = keys.setdefault(line.strip("[]").lower(), {})
+                elif "=" in line:
+                    name, value = line.split("=", 1)
+                    values[name.strip('"')] = value.strip('"').replace("\\\\", "\\")
+            file.unlink()
         return keys
 
     def close(self) -> None:

@@ -1,0 +1,407 @@
+#!/usr/bin/env python3
+"""What can only be seen on Windows, under Wine: registration, scripts, clients of the type library, the package.
+
+    tests/windows/run.py BUILD_FOLDER LINUX_TOOL
+
+BUILD_FOLDER is one of the preset "windows"; what the tests need is built there first. LINUX_TOOL is kxdata7 built
+for this machine: what the Windows programs leave in a plant is held against what it leaves.
+"""
+
+from __future__ import annotations
+
+import contextlib
+import datetime
+import pathlib
+import re
+import shutil
+import sqlite3
+import subprocess
+import sys
+import time
+import unittest
+import zipfile
+from typing import Any, Dict, Iterable, List, Tuple
+
+from postgres import PostgresServer
+from wine import LONGEST_RUN, Registry, Wine, windows_path
+
+HERE = pathlib.Path(__file__).resolve().parent
+ROOT = HERE.parent.parent
+
+CLASS = "{6D3DC26E-FE47-4582-BD90-5E241A8DBC8B}"
+INTERFACE = "{CCB76FB7-FDFA-4D13-B7DC-5809191A4643}"
+TYPE_LIBRARY = "{0E0E8AE5-6B54-4B7B-9C5D-6F3B3F1A7D07}"
+PROG_ID = "KXData7.CKXData7Obj"
+TITLE = "Velkaris Machine Data Library 7"
+
+# Set by main().
+build: pathlib.Path
+linux_tool: pathlib.Path
+archive: pathlib.Path
+wine: Wine
+
+
+def run_linux_tool(*arguments: str) -> str:
+    """What the Linux tool prints."""
+    return subprocess.run(
+        [linux_tool, *arguments], check=True, stdout=subprocess.PIPE, encoding="utf-8", timeout=LONGEST_RUN
+    ).stdout
+
+
+def library() -> str:
+    return windows_path(build / "KXData7.dll")
+
+
+class WindowsTest(unittest.TestCase):
+    maxDiff = None
+
+    def run_program(self, *command: str, expected: str | None = None, cwd: pathlib.Path | None = None) -> str:
+        result = wine.run(*command, cwd=cwd)
+        self.assertEqual(result.returncode, 0, result.stdout)
+        if expected is not None:
+            self.assertEqual(result.stdout.strip(), expected)
+        return result.stdout
+
+    def run_script(self, script: pathlib.Path, *arguments: str) -> None:
+        """A script or program that says what is wrong, and END."""
+        self.run_program("cscript", "//nologo", windows_path(script), *arguments, expected="END")
+
+    def run_tool(self, *arguments: str) -> str:
+        return self.run_program(str(build / "kxdata7.exe"), *arguments)
+
+
+class Registered(WindowsTest):
+    """For all users."""
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        wine.run("regsvr32", "/s", library()).check_returncode()
+
+    @classmethod
+    def tearDownClass(cls) -> None:
+        wine.run("regsvr32", "/s", "/u", library()).check_returncode()
+
+
+# ---- Registration ----
+
+
+def registration() -> Registry:
+    """All keys below Software\\Classes that are the registration."""
+    class_key, interface_key = f"CLSID\\{CLASS}", f"Interface\\{INTERFACE}"
+    library_key = f"TypeLib\\{TYPE_LIBRARY}"
+    keys: Registry = {
+        class_key: {"@": TITLE},
+        class_key + r"\InprocServer32": {"@": library(), "ThreadingModel": "Apartment"},
+        class_key + r"\ProgID": {"@": PROG_ID + ".1"},
+        class_key + r"\VersionIndependentProgID": {"@": PROG_ID},
+        class_key + r"\TypeLib": {"@": TYPE_LIBRARY},
+        class_key + r"\Version": {"@": "1.0"},
+        class_key + r"\Programmable": {"@": ""},
+        PROG_ID: {"@": TITLE},
+        PROG_ID + r"\CLSID": {"@": CLASS},
+        PROG_ID + r"\CurVer": {"@": PROG_ID + ".1"},
+        PROG_ID + ".1": {"@": TITLE},
+        PROG_ID + r".1\CLSID": {"@": CLASS},
+        library_key: {},
+        library_key + r"\1.0": {"@": TITLE},
+        library_key + r"\1.0\0": {},
+        library_key + r"\1.0\0\win64": {"@": library()},
+        library_key + r"\1.0\FLAGS": {"@": "0"},
+        interface_key: {"@": "_CKXData7Obj"},
+        interface_key + r"\ProxyStubClsid32": {"@": "{00020424-0000-0000-C000-000000000046}"},
+        interface_key + r"\TypeLib": {"@": TYPE_LIBRARY, "Version": "1.0"},
+    }
+    return {key.lower(): values for key, values in keys.items()}
+
+
+def added(before: Registry, after: Registry) -> Tuple[Registry, Registry]:
+    """The classes' keys that were added for all users and for this one. Any other change is an error."""
+    for_all: Registry = {}
+    for_one: Registry = {}
+    for key in before.keys() | after.keys():
+        # Wine copies shared keys for 32-bit programs, and makes a user's classes with the first one.
+        if before.get(key) == after.get(key) or "wow6432node" in key or key.endswith("\\software\\classes"):
+            continue
+        root, found, name = key.partition("\\software\\classes\\")
+        if not found or key in before:
+            raise AssertionError(f"{key} was {before.get(key)}, is {after.get(key)}")
+        (for_all if root == "hkey_local_machine" else for_one)[name] = after[key]
+    return for_all, for_one
+
+
+# What all classes of a user stand in; Wine makes it with the first one.
+PARENTS: Registry = {key: {} for key in ("clsid", "interface", "typelib")}
+
+
+class RegistrationTest(WindowsTest):
+    def test_for_all_users(self) -> None:
+        before = wine.registry()
+        self.run_program("regsvr32", "/s", library())
+        for_all, for_one = added(before, wine.registry())
+        self.assertEqual(for_all, registration())
+        self.assertEqual(for_one, {})
+        self.run_program("regsvr32", "/s", "/u", library())
+        self.assertEqual(added(before, wine.registry()), ({}, {}))
+        # There is nothing left to take out.
+        self.run_program("regsvr32", "/s", "/u", library())
+        self.assertEqual(added(before, wine.registry()), ({}, {}))
+
+    def as_user(self, function: str) -> None:
+        self.run_program(str(build / "tests/windows/as_user.exe"), function, library(), expected="")
+
+    def test_for_one_user(self) -> None:
+        before = wine.registry()
+        self.as_user("DllRegisterServer")
+        for_all, for_one = added(before, wine.registry())
+        self.assertEqual(for_all, {})
+        self.assertEqual(for_one, {**PARENTS, **registration()})
+        self.as_user("DllUnregisterServer")
+        self.assertEqual(added(before, wine.registry()), ({}, PARENTS))
+        # A user takes out what is his own, an administrator both.
+        self.run_program("regsvr32", "/s", library())
+        self.as_user("DllRegisterServer")
+        self.as_user("DllUnregisterServer")
+        self.assertEqual(added(before, wine.registry()), (registration(), PARENTS))
+        self.as_user("DllRegisterServer")
+        self.run_program("regsvr32", "/s", "/u", library())
+        self.assertEqual(added(before, wine.registry()), ({}, PARENTS))
+
+
+# ---- Clients ----
+
+
+def await_quiet_shift() -> None:
+    """Waits out a change of shift, which would show in one of two plants alone."""
+    now = datetime.datetime.now()
+    for hour in (0, 6, 14, 22):
+        change = now.replace(hour=hour, minute=0, second=0)
+        for day in (change, change + datetime.timedelta(days=1)):
+            if 0 < (day - now).total_seconds() < 60:
+                time.sleep((day - now).total_seconds() + 1)
+
+
+Rows = List[Tuple[Any, ...]]
+
+
+def contents(plant: pathlib.Path) -> Dict[str, Rows]:
+    """All rows of a plant. Of times and durations only whether they are there."""
+    with contextlib.closing(sqlite3.connect(plant)) as db:
+        tables = [name for (name,) in db.execute("select name from sqlite_master where type = 'table'")]
+        result: Dict[str, Rows] = {}
+        for table in tables:
+            if not table.startswith("T_"):
+                continue
+            types = [row[2] for row in db.execute(f"pragma table_info({table})")]
+            result[table] = [
+                tuple(
+                    value is not None if kind in ("DATETIME", "REAL") else value for kind, value in zip(types, row)
+                )
+                for row in db.execute(f"select * from {table} order by 1")
+            ]
+        return result
+
+
+# What calls.vbs and calls.js report, as the tool has it.
+VBSCRIPT_EVENTS = [
+    ("101", "logon start", "Anna Berg"),
+    ("101", "job start", "J-1001"),
+    ("101", "operation start", "10"),
+    ("101", "setup start", ""),
+    ("101", "setup end", ""),
+    ("101", "cycle start", ""),
+    ("101", "cycle end", ""),
+    ("101", "good", "5"),
+    ("101", "scrap", "2.17"),
+    ("101", "machine downtime start", "01"),
+    ("101", "machine downtime end", "01"),
+    ("101", "custom 100", "Tank 2"),
+    ("101", "teardown start", ""),
+    ("101", "teardown end", ""),
+    ("101", "refresh", ""),
+    ("101", "refresh", ""),
+    ("101", "job end", ""),
+]
+JSCRIPT_EVENTS = [
+    ("102", "logon start", "Zoë Lindqvist"),
+    ("102", "custom 100", "€ 😀"),
+    ("102", "refresh", ""),
+]
+
+
+def report(plant: str, events: Iterable[Tuple[str, str, str]]) -> None:
+    for machine, event, param in events:
+        run_linux_tool("append", plant, "--dnc", "--machine", machine, "--event", event, "--param", param)
+    run_linux_tool("process", plant, "--all")
+
+
+class ScriptTest(Registered):
+    """Scripts, on a plant that the Windows tool made, against the Linux tool on one that it made itself."""
+
+    def setUp(self) -> None:
+        await_quiet_shift()
+        self.plants = [wine.folder / name for name in ("windows.db", "linux.db")]
+        for plant in self.plants:
+            plant.unlink(missing_ok=True)
+        self.plant, self.linux_plant = self.plants
+        self.run_tool("create", self.plant.name, "--demo")
+        run_linux_tool("create", str(self.linux_plant), "--demo")
+        self.connection_string = f"Provider=SQLite;Data Source={windows_path(self.plant)}"
+
+    def expect_same_plants(self) -> None:
+        self.assertEqual(contents(self.plant), contents(self.linux_plant))
+        self.assertIn("ok       machines: 4", run_linux_tool("doctor", str(self.plant)))
+
+    def test_vbscript(self) -> None:
+        self.run_script(HERE / "calls.vbs", self.connection_string)
+        report(str(self.linux_plant), VBSCRIPT_EVENTS)
+        self.expect_same_plants()
+
+    def test_jscript(self) -> None:
+        for plant in self.plants:
+            report(str(plant), [("101", "logon start", "Anna Berg")])
+        with contextlib.closing(sqlite3.connect(self.plant)) as db, db:
+            # Closed, for the script to complete it.
+            changed = db.execute("update T_SFC_MACHINE_DATA set STATUS_CODE = 1 where MACHINE_DATA_ID = 1").rowcount
+        self.assertEqual(changed, 1)
+        self.assertNotEqual(contents(self.plant), contents(self.linux_plant))
+        self.run_script(HERE / "calls.js", self.connection_string)
+        report(str(self.linux_plant), JSCRIPT_EVENTS)
+        self.expect_same_plants()
+
+    def test_monitor(self) -> None:
+        monitor = ["cscript", "//nologo", windows_path(ROOT / "examples/monitor.vbs")]
+        place = ["103", "20", "1", "20"]
+        output = self.run_program(*monitor, self.connection_string, *place)
+        self.assertIn("Applied 3 events, 0 wait.", output)
+        cycle = [("103", "cycle start", ""), ("103", "cycle end", ""), ("103", "good", "1")]
+        report(str(self.linux_plant), cycle)
+        self.expect_same_plants()
+
+        # An event that no handler takes stays, and the monitor ends.
+        with contextlib.closing(sqlite3.connect(self.plant)) as db, db:
+            db.execute(
+                "insert into T_SFC_MDC_LOG (COMMAND_ID, DEPT_ID, LOCATION_ID, GROUP_ID, MACHINE_ID, COMMAND_TIME_CODE,"
+                " TIME_STAMP, PARAM1) select COMMAND_ID, 1, 1, 1, 1, 0, datetime('now', 'localtime'), '-32768'"
+                " from T_SFC_COMMAND where COMMAND_TYPE_CODE = 14"
+            )
+        failed = wine.run(*monitor, self.connection_string, *place)
+        self.assertEqual(failed.returncode, 1, failed.stdout)
+        self.assertIn("Applied 0 events, 4 wait.", failed.stdout)
+        self.assertRegex(failed.stdout, "The first event stays: .+")
+        failed = wine.run(*monitor, "Provider=SQLite;Data Source=nowhere.db")
+        self.assertEqual(failed.returncode, 1, failed.stdout)
+        self.assertIn('monitor: cannot open "nowhere.db"', failed.stdout)
+
+
+class EarlyBindingTest(Registered):
+    def test_early_binding(self) -> None:
+        plant = wine.folder / "early_binding.db"
+        self.run_tool("create", plant.name, "--demo")
+        self.run_program(str(build / "tests/windows/early_binding.exe"), windows_path(plant), expected="END")
+
+
+# ---- Plants on a server ----
+
+
+class ServerTest(Registered):
+    """ODBC, through this machine's driver: its connection string is that of a Linux client."""
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        super().setUpClass()
+        cls.server = PostgresServer()
+
+    @classmethod
+    def tearDownClass(cls) -> None:
+        cls.server.stop()
+        super().tearDownClass()
+
+    def records(self, plant: str) -> List[List[str]]:
+        """Without times."""
+        header, *lines = run_linux_tool("records", plant, "--csv").splitlines()
+        names = header.split(",")
+        timeless = [i for i, name in enumerate(names) if not re.search("start|stop|date|_h$|_min$", name)]
+        self.assertGreater(len(timeless), 10)
+        return [[line.split(",")[i] for i in timeless] for line in lines]
+
+    def test_plant_on_postgresql(self) -> None:
+        await_quiet_shift()
+        plant = self.server.connection_string
+        reference = str(wine.folder / "reference.db")
+        for made in (plant, reference):
+            run_linux_tool("create", made, "--demo")
+        self.run_script(HERE / "calls.vbs", plant)
+        coolant = ("102", "custom 100", "Öl € 😀")
+        event = ["--machine", coolant[0], "--event", coolant[1], "--param", coolant[2]]
+        self.run_tool("append", plant, "--dnc", *event)
+        self.assertIn(coolant[2], run_linux_tool("queue", plant))
+        self.assertIn("Applied 1 of 1 events", self.run_tool("process", plant, "--all"))
+        self.assertNotIn("failed", self.run_tool("doctor", plant))
+        report(reference, [*VBSCRIPT_EVENTS, coolant])
+        self.assertEqual(self.records(plant), self.records(reference))
+
+
+# ---- The package ----
+
+
+class PackageTest(WindowsTest):
+    """The steps of the package's README, as they stand there."""
+
+    def test_readme(self) -> None:
+        before = wine.registry()
+        folder = wine.drive / "KXData7"
+        with zipfile.ZipFile(archive) as package:
+            package.extractall(folder)
+            text = package.read("README.txt").decode()
+        commands = re.findall("^    (.*)\r$", text, re.MULTILINE)
+        self.assertGreater(len(commands), 7)
+        # One after the other in one command prompt, up to the first that fails.
+        prompt = wine.folder / "readme.cmd"
+        prompt.write_text("@echo off\r\n" + "".join(f"{command}\r\nif errorlevel 1 exit 1\r\n" for command in commands))
+        output = self.run_program("cmd", "/c", windows_path(prompt), cwd=wine.drive)
+        for expected in (
+            "Successfully registered",
+            "The plant is ready",
+            "ok       component",
+            "Queued: cycle start of machine 101.",
+            "Queued: cycle start of machine 102.",
+            "Successfully unregistered",
+        ):
+            self.assertIn(expected, output)
+        self.assertNotIn("failed", output)
+        self.assertEqual(added(before, wine.registry()), ({}, {}))
+        records = run_linux_tool("records", str(folder / "plant.db"), "--csv")
+        self.assertEqual(len(records.splitlines()), 1 + 6)  # two machines have a second record, in a shift
+        shutil.rmtree(folder)
+
+
+def main() -> int:
+    global build, linux_tool, archive, wine
+    if len(sys.argv) != 3:
+        print(__doc__, file=sys.stderr)
+        return 2
+    build, linux_tool = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
+    subprocess.run([ROOT / "scripts/bootstrap", "wine", "wine64"], check=True)
+    subprocess.run(["cmake", "--build", build, "--target", "windows_clients", "--", "--quiet"], check=True)
+    package = subprocess.run(
+        [ROOT / "scripts/package", build], check=True, stdout=subprocess.PIPE, encoding="utf-8"
+    )
+    archive = build.parent / re.search(r"KXData7-[\d.]+-windows\.zip", package.stdout).group()
+    wine = Wine()
+    try:
+        loader = unittest.defaultTestLoader
+        kinds = (RegistrationTest, ScriptTest, EarlyBindingTest, ServerTest, PackageTest)
+        suite = unittest.TestSuite(loader.loadTestsFromTestCase(kind) for kind in kinds)
+        begun = time.monotonic()
+        result = unittest.TextTestRunner(sys.stdout, verbosity=2).run(suite)
+    finally:
+        wine.close()
+    if not result.wasSuccessful():
+        print("Windows tests failed.")
+        return 1
+    print(f"Windows tests passed: {result.testsRun} under Wine, in {time.monotonic() - begun:.0f} s.")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
