@@ -4,14 +4,17 @@ from __future__ import annotations
 
 import os
 import pathlib
+import re
 import subprocess
 import tempfile
-from typing import Dict
+from typing import Dict, Tuple
 
 # Seconds that one program may take; the longest waits for a locked plant.
 LONGEST_RUN = 60
 
-Registry = Dict[str, Dict[str, str]]  # key, name of a value, value; keys in lower case, the unnamed value is @
+# Key, name of a value, value. Keys are in lower case, the unnamed value is called @.
+Registry = Dict[str, Dict[str, str]]
+VALUE = re.compile(r'(@|"(?:[^"\\]|\\.)*")=(.*)')
 
 
 def windows_path(path: pathlib.Path) -> str:
@@ -41,38 +44,54 @@ class Wine:
             raise
 
     def run(
-        self, *command: str, cwd: pathlib.Path | None = None, timeout: int = LONGEST_RUN
+        self, *command: str, cwd: pathlib.Path | None = None, timeout: float = LONGEST_RUN
     ) -> subprocess.CompletedProcess[str]:
         """Runs a program to its end; its standard error is part of its output."""
-        return subprocess.run(
-            ["wine", *command],
-            cwd=cwd or self.folder,
-            env=self._environment,
-            stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE,
-            stderr=subprocess.STDOUT,
-            encoding="utf-8",
-            errors="replace",
-            timeout=timeout,
-        )
+        # Not through a pipe, which the services that Wine starts would keep open.
+        with tempfile.TemporaryFile() as output:
+            finished = subprocess.run(
+                ["wine", *command],
+                cwd=cwd or self.folder,
+                env=self._environment,
+                stdin=subprocess.DEVNULL,
+                stdout=output,
+                stderr=subprocess.STDOUT,
+                timeout=timeout,
+            )
+            output.seek(0)
+            text = output.read().decode("utf-8", errors="replace").replace("\r\n", "\n")
+        return subprocess.CompletedProcess(command, finished.returncode, text)
 
-    def registry(self) -> Registry:
-        """What the registry holds of programs: of all users' and of this one's."""
+    def classes(self) -> Tuple[Registry, Registry]:
+        """What the registry holds in Software\\Classes: for all users, for this one.
+
+        Read from the files that Wine keeps it in, which are whole when Windows has been shut down.
+        """
+        self.shut_down()
+        return self._classes("system.reg"), self._classes("user.reg")
+
+    def _classes(self, file: str) -> Registry:
         keys: Registry = {}
         values: Dict[str, str] = {}
-        file = self.folder / "registry.reg"
-        for root in ("HKEY_LOCAL_MACHINE", "HKEY_CURRENT_USER"):
-            self.run("regedit", "/E", windows_path(file), root + "\\Software").check_returncode()
-            for line in file.read_text("utf-16").replace("\\\n", "").splitlines():
-                if line.startswith("["):
-                    values = keys.setdefault(line.strip("[]").lower(), {})
-                elif "=" in line:
-                    name, value = line.split("=", 1)
-                    values[name.strip('"')] = value.strip('"').replace("\\\\", "\\")
-            file.unlink()
+        text = (self.folder / "prefix" / file).read_text("utf-8", errors="replace")
+        for line in text.replace("\\\n", "").splitlines():
+            if line.startswith("["):
+                path = line[1 : line.rindex("]")].lower().split("\\\\")
+                values = {}
+                if path[:2] == ["software", "classes"]:
+                    # The files leave out a key that has nothing but keys.
+                    for length in range(2, len(path)):
+                        keys.setdefault("\\".join(path[2:length]), {})
+                    values = keys.setdefault("\\".join(path[2:]), {})
+            elif found := VALUE.fullmatch(line):
+                values[found[1].strip('"')] = found[2].strip('"').replace("\\\\", "\\")
         return keys
 
+    def shut_down(self) -> None:
+        """Ends whatever runs; the next program starts Windows again."""
+        for option in ("-k", "-w"):
+            subprocess.run(["wineserver", option], env=self._environment, timeout=LONGEST_RUN, check=False)
+
     def close(self) -> None:
-        subprocess.run(["wineserver", "-k"], env=self._environment, timeout=LONGEST_RUN, check=False)
-        subprocess.run(["wineserver", "-w"], env=self._environment, timeout=LONGEST_RUN, check=False)
+        self.shut_down()
         self._folder.cleanup()
