@@ -29,17 +29,31 @@ class PostgresServer:
             if is_root:
                 shutil.chown(self._folder, "postgres", "postgres")
             data = self._folder / "data"
-            self._run("initdb", f"--pgdata={data}", "--username=plant", "--auth=trust", "--encoding=UTF8",
-                      "--no-locale", "--no-sync", "--no-instructions")
+            self._run(
+                "initdb",
+                f"--pgdata={data}",
+                "--username=plant",
+                "--auth=trust",
+                "--encoding=UTF8",
+                "--no-locale",
+                "--no-sync",
+                "--no-instructions",
+            )
             with socket.socket() as probe:
                 probe.bind(("127.0.0.1", 0))
                 self.port = probe.getsockname()[1]
-            settings = ["listen_addresses=127.0.0.1", "unix_socket_directories=", "fsync=off"]
+            command = [*self._start, str(self._programs / "postgres"), "-D", str(data), "-p", str(self.port)]
+            for setting in ("listen_addresses=127.0.0.1", "unix_socket_directories=", "fsync=off"):
+                command += ["-c", setting]
             with open(self._folder / "log", "wb") as log:
                 self._server = subprocess.Popen(
-                    [*self._start, str(self._programs / "postgres"), "-D", str(data), "-p", str(self.port),
-                     *(word for setting in settings for word in ("-c", setting))],
-                    stdin=subprocess.DEVNULL, stdout=log, stderr=log, cwd=self._folder, start_new_session=True)
+                    command,
+                    stdin=subprocess.DEVNULL,
+                    stdout=log,
+                    stderr=log,
+                    cwd=self._folder,
+                    start_new_session=True,
+                )
             self._await()
         except BaseException:
             self.stop()
