@@ -241,7 +241,7 @@ class ScriptTest(Registered):
 
     def setUp(self) -> None:
         await_quiet_shift()
-        self.plants = [wine.folder / name for name in ("windows.db", "linux.db")]
+        self.plants = [wine.folder / name for name in ("Werk Süd 工場.db", "linux.db")]
         for plant in self.plants:
             plant.unlink(missing_ok=True)
         self.plant, self.linux_plant = self.plants
