@@ -7,7 +7,7 @@ import pathlib
 import re
 import subprocess
 import tempfile
-from typing import Dict, Tuple
+from typing import Dict, List, Tuple
 
 # Seconds that one program may take; the longest waits for a locked plant.
 LONGEST_RUN = 60
@@ -46,21 +46,23 @@ class Wine:
     def run(
         self, *command: str, cwd: pathlib.Path | None = None, timeout: float = LONGEST_RUN
     ) -> subprocess.CompletedProcess[str]:
-        """Runs a program to its end; its standard error is part of its output."""
-        # Not through a pipe, which the services that Wine starts would keep open.
-        with tempfile.TemporaryFile() as output:
+        """Runs a program to its end. Wine's own messages are on the standard error, too."""
+        # Not through pipes, which the services that Wine starts would keep open.
+        with tempfile.TemporaryFile() as output, tempfile.TemporaryFile() as errors:
             finished = subprocess.run(
                 ["wine", *command],
                 cwd=cwd or self.folder,
                 env=self._environment,
                 stdin=subprocess.DEVNULL,
                 stdout=output,
-                stderr=subprocess.STDOUT,
+                stderr=errors,
                 timeout=timeout,
             )
-            output.seek(0)
-            text = output.read().decode("utf-8", errors="replace").replace("\r\n", "\n")
-        return subprocess.CompletedProcess(command, finished.returncode, text)
+            texts: List[str] = []
+            for file in (output, errors):
+                file.seek(0)
+                texts.append(file.read().decode("utf-8", errors="replace").replace("\r\n", "\n"))
+        return subprocess.CompletedProcess(command, finished.returncode, *texts)
 
     def classes(self) -> Tuple[Registry, Registry]:
         """What the registry holds in Software\\Classes: for all users, for this one.
