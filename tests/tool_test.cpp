@@ -1,6 +1,5 @@
 // The tool as an operator runs it: its executable, on plants in a temporary folder, through the component.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 
 #include <filesystem>
@@ -12,6 +11,7 @@
 #include "database/database_error.h"
 #include "tests/support/postgres_server.h"
 #include "tools/recorded_input.h"
+#include "tools/temporary_folder.h"
 
 namespace kx::tool {
 namespace {
@@ -50,13 +50,9 @@ class ToolTest : public ::testing::Test {
   };
 
   ToolTest() {
-    std::string name = (fs::temp_directory_path() / "kxdata7-test-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    folder_ = name;
     Write("leaks", "leak:_dlerror_run\nleak:libgssapi\nleak:libkrb5\n");
     connection_string_ = "Provider=SQLite;Data Source=" + (folder_ / plant_).string();
   }
-  ~ToolTest() override { fs::remove_all(folder_); }
 
   // Runs the tool in the temporary folder, with the arguments as a shell reads them.
   Result Run(const std::string& arguments) {
@@ -66,7 +62,8 @@ class ToolTest : public ::testing::Test {
 
         // The leak checker of this compiler crashes on the thread storage of the library that the tool
         // unloads. What dlerror and the Kerberos library of PostgreSQL's client keep there looks lost then.
-        " LSAN_OPTIONS=use_tls=0:suppressions=leaks:print_suppressions=0 '" KXDATA7_TOOL "' " + arguments;
+        " LSAN_OPTIONS=use_tls=0:suppressions=leaks:print_suppressions=0 '" + tool_.string() + "' " +
+        arguments;
     const int status = std::system(command.c_str());
     const Result result = {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder_ / "output"),
                            ReadFile(folder_ / "errors")};
@@ -122,8 +119,10 @@ class ToolTest : public ::testing::Test {
     return rows.count() == 0 ? Value() : rows.at(0, 0);
   }
 
-  fs::path folder_;
+  const TemporaryFolder temporary_folder_;
+  const fs::path folder_ = temporary_folder_.path();
   std::string environment_ = "TZ=UTC PGTZ=UTC";
+  fs::path tool_ = KXDATA7_TOOL;
   std::string plant_ = "plant.db";  // as an argument for the tool
   std::string connection_string_;
 };
@@ -281,6 +280,24 @@ TEST_F(ToolTest, RefusesWhatCannotBeDone) {
   const Result secret = Run("status 'Driver={No Such Driver};Server=x;Uid=u;Pwd=geheim'");
   EXPECT_GT(secret.status, 0);
   EXPECT_EQ((secret.output + secret.errors).find("geheim"), std::string::npos) << secret.errors;
+}
+
+TEST_F(ToolTest, RegistersTheComponentForToolsElsewhere) {
+  environment_ += " KXDATA7_CLASSES='" + (folder_ / "classes").string() + "'";
+  const fs::path beside_library = tool_;
+  const fs::path elsewhere = folder_ / "kxdata7";
+  fs::copy_file(tool_, elsewhere);
+  Do("create plant.db --demo");
+  const std::string append = "append plant.db --machine 1 --event refresh";
+  tool_ = elsewhere;
+  ExpectError(append, "not registered");
+  tool_ = beside_library;
+  Do("register");
+  tool_ = elsewhere;
+  Do(append);
+  Do("register --remove");
+  ExpectError(append, "not registered");
+  EXPECT_EQ(DoCsv("queue plant.db").size(), 1U);
 }
 
 TEST_P(EveryPlantTest, ImportReportsBadLinesAndQueuesTheOthers) {

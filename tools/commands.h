@@ -57,6 +57,9 @@ int ListRecords(const PlantOptions& options, const RecordFilter& filter, bool cs
 // missing or fails.
 int Doctor(const PlantOptions& options);
 
+// Registers the component for clients that give no file, or takes the registration back.
+int Register(const PlantOptions& options, bool remove);
+
 // One waiting event, as an operator reads it.
 struct QueuedEvent {
   std::int32_t row;

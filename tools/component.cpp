@@ -1,7 +1,9 @@
 #include "tools/component.h"
 
 #include <filesystem>
+#include <iostream>
 
+#include "tools/commands.h"
 #include "tools/platform.h"
 
 namespace kx::tool {
@@ -19,6 +21,13 @@ kxdata7::Library FindLibrary(const std::string& given) {
 }
 
 }  // namespace
+
+int Register(const PlantOptions& options, bool remove) {
+  const kxdata7::Library library = FindLibrary(options.library);
+  remove ? library.Unregister() : library.Register();
+  std::cout << (remove ? "The registration is removed.\n" : "The component is registered.\n");
+  return 0;
+}
 
 Component::Component(const PlantOptions& options, const std::string& connection_string)
     : library_(FindLibrary(options.library)), object_(library_.Create()) {

@@ -46,7 +46,7 @@ struct CommandLine {
   ImportOptions import;
   RecordFilter filter;
   std::optional<std::int32_t> row;
-  bool head = false, aside = false;
+  bool head = false, aside = false, remove = false;
   std::int32_t moved_row = 0;
   std::string reason;
 
@@ -158,6 +158,10 @@ CommandLine::CommandLine() {
                     [this] { return Explain(plant, row); });
   command->add_option("ROW", row,
                       "Its row in the queue, the first one when not given; those ahead of it go before");
+
+  command = app.add_subcommand("register", "Registers the component for clients that name no file of it");
+  command->add_flag("--remove", remove, "Takes the registration back");
+  command->callback([this] { run = [this] { return Register(plant, remove); }; });
 
   AddQueueCommands();
   AddCsvFlag(*Command(app, "status", "Lists the machines and what they do",
