@@ -1,6 +1,7 @@
 #include "database/odbc_engine.h"
 
 #include <chrono>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -81,6 +82,8 @@ class OdbcEngine final : public Engine {
   std::vector<std::string> passwords_;
   Environment environment_;
   OdbcHandle connection_{SQL_HANDLE_DBC, environment_.handle.get()};
+  // For every statement: a driver makes and frees one in the time of a short statement.
+  std::optional<OdbcHandle> statement_;
   const Dbms* dbms_ = nullptr;
   bool connected_ = false;
   // The driver's mode. After a transaction it stays until a statement comes that is in none.
@@ -102,6 +105,7 @@ OdbcEngine::~OdbcEngine() { Disconnect(); }
 void OdbcEngine::Disconnect() {
   if (!connected_) return;
   if (manual_commit_) SQLEndTran(SQL_HANDLE_DBC, link(), SQL_ROLLBACK);
+  statement_.reset();
   SQLDisconnect(link());
   connected_ = false;
 }
@@ -115,6 +119,7 @@ std::string OdbcEngine::Connect(const std::string& text) {
                                       ToSqlText(completed), static_cast<SQLSMALLINT>(completed.size()),
                                       &length, SQL_DRIVER_NOPROMPT));
   connected_ = true;
+  statement_.emplace(SQL_HANDLE_STMT, link());
   completed.resize(std::min(completed.find(u'\0'), completed.size()));
   return Utf16ToUtf8(completed);
 }
@@ -183,7 +188,7 @@ DatabaseError OdbcEngine::Judge(const OdbcFailure& failure, std::string_view sql
 }
 
 Rows OdbcEngine::Run(std::string_view sql, std::span<const Value> parameters) {
-  OdbcStatement statement(connection_);
+  OdbcStatement statement(*statement_);
   for (const Value& parameter : parameters) statement.Bind(parameter, dbms_->time_as_text);
   return statement.Run(sql);
 }

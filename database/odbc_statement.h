@@ -10,10 +10,16 @@
 
 namespace kx {
 
-// One statement, run directly. Raises OdbcFailure.
+// One statement, run directly on a statement handle that is free for it. Raises OdbcFailure.
 class OdbcStatement {
  public:
-  explicit OdbcStatement(const OdbcHandle& connection) : handle_(SQL_HANDLE_STMT, connection.get()) {}
+  explicit OdbcStatement(const OdbcHandle& handle) : handle_(handle) {}
+  OdbcStatement(const OdbcStatement&) = delete;
+  OdbcStatement& operator=(const OdbcStatement&) = delete;
+  ~OdbcStatement() {
+    SQLFreeStmt(handle_.get(), SQL_CLOSE);
+    if (!parameters_.empty()) SQLFreeStmt(handle_.get(), SQL_RESET_PARAMS);
+  }
 
   // Gives the next `?` its value. Date-times go as texts where the driver would add a fraction to them.
   void Bind(const Value& value, bool time_as_text);
@@ -48,7 +54,7 @@ class OdbcStatement {
   Value FetchText(const Column& column) const;
   Value FetchWholeNumber(const Column& column) const;
 
-  OdbcHandle handle_;
+  const OdbcHandle& handle_;
   std::deque<Parameter> parameters_;  // addresses stay
 };
 
