@@ -201,7 +201,8 @@ void MeasureAgainstFloor(Report& report, const Ground& ground, double goal, int 
   for (int i = 0; i < rounds_per_batch; ++i) {
     for (std::size_t kind = 0; kind < kRoundSize; ++kind) round_kinds.push_back(kind);
   }
-  const std::vector<std::size_t> append_kinds(static_cast<std::size_t>(2 * rounds_per_batch), kAppend);
+  // Appends are short: a batch of few would measure how a process wakes up.
+  const std::vector<std::size_t> append_kinds(static_cast<std::size_t>(20 * rounds_per_batch), kAppend);
   for (int batch = 0; batch < batches; ++batch) comparison.RunBatch(round_kinds);
   for (int batch = 0; batch < batches; ++batch) comparison.RunBatch(append_kinds);
   comparison.CheckRows();
