@@ -83,7 +83,7 @@ class Recorder {
   ConnectedComponent component_;
 };
 
-// The component and its floor, each on a copy of one plant, batch by batch.
+// A client of the component and its floor, each a program of its own on a copy of one plant, batch by batch.
 class Comparison {
  public:
   Comparison(const Ground& ground, MasterPlant& master)
@@ -93,7 +93,7 @@ class Comparison {
         measured_(master.MakeCopy()),
         replayed_(master.MakeCopy()),
         recorder_(recorded_.connection, ground.server != nullptr),
-        component_(measured_.connection),
+        component_({KXDATA7_BENCHMARK_CLIENT, KXDATA7_LIBRARY, measured_.connection, "serve"}),
         floor_(replayed_.floor_command) {}
 
   void RunBatch(const std::vector<std::size_t>& kinds);
@@ -109,15 +109,15 @@ class Comparison {
     std::uint64_t messages = 0;
   };
 
-  void RunComponent(const std::vector<std::size_t>& kinds);
-  void RunFloor(const std::vector<std::size_t>& kinds, const std::string& file);
+  void Run(ChildProcess& program, const std::string& task, const std::vector<std::size_t>& kinds,
+           std::vector<double> Result::*times);
   std::string RecordBatch(const std::vector<std::size_t>& kinds);
 
   const Ground& ground_;
   const MasterPlant& master_;
   MasterPlant::Copy recorded_, measured_, replayed_;
   Recorder recorder_;
-  ConnectedComponent component_;
+  ChildProcess component_;
   ChildProcess floor_;
   std::array<Result, std::size(kEventTypes)> results_;
   int batches_ = 0;
@@ -136,30 +136,26 @@ std::string Comparison::RecordBatch(const std::vector<std::size_t>& kinds) {
   return file;
 }
 
-void Comparison::RunComponent(const std::vector<std::size_t>& kinds) {
-  for (const std::size_t kind : kinds) {
-    const std::int64_t time = kind == kAppend ? component_.TimeAppend() : component_.TimeNext();
-    results_[kind].component_times.push_back(static_cast<double>(time) / 1000);
-  }
-}
-
-void Comparison::RunFloor(const std::vector<std::size_t>& kinds, const std::string& file) {
-  floor_.WriteLine(file);
-  std::istringstream answer(floor_.ReadLine());
+// Gives a program its task and takes the events' times down.
+void Comparison::Run(ChildProcess& program, const std::string& task, const std::vector<std::size_t>& kinds,
+                     std::vector<double> Result::*times) {
+  program.WriteLine(task);
+  std::istringstream answer(program.ReadLine());
   for (const std::size_t kind : kinds) {
     double time = 0;
     answer >> time;
-    results_[kind].floor_times.push_back(time / 1000);
+    (results_[kind].*times).push_back(time / 1000);
   }
 }
 
 // Each goes first in every other batch.
 void Comparison::RunBatch(const std::vector<std::size_t>& kinds) {
   const std::string file = RecordBatch(kinds);
+  const std::string calls = Concat(kinds.front() == kAppend ? "append " : "process ", kinds.size());
   const bool floor_first = ++batches_ % 2 == 0;
-  if (floor_first) RunFloor(kinds, file);
-  RunComponent(kinds);
-  if (!floor_first) RunFloor(kinds, file);
+  if (floor_first) Run(floor_, file, kinds, &Result::floor_times);
+  Run(component_, calls, kinds, &Result::component_times);
+  if (!floor_first) Run(floor_, file, kinds, &Result::floor_times);
 }
 
 void Comparison::CheckRows() const {

@@ -5,6 +5,9 @@
 //                                                   events
 //   client LIBRARY CONNECTION_STRING process SECONDS  works events in; prints how many
 //   client LIBRARY CONNECTION_STRING append SECONDS   appends; prints how many, and the slowest in ms
+//   client LIBRARY CONNECTION_STRING serve          reads lines "process N" and "append N"; prints a line of
+//   the
+//                                                   calls' nanoseconds for each
 
 #include <KXData7.h>
 
@@ -13,6 +16,7 @@
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -82,6 +86,24 @@ void RunFor(int seconds, Call call) {
             << std::endl;
 }
 
+void Serve(Client& client) {
+  std::string task;
+  for (std::size_t calls = 0; std::cin >> task >> calls;) {
+    std::vector<std::int64_t> times(calls);
+    for (std::int64_t& time : times) {
+      const auto begin = steady_clock::now();
+      if (task == "append") {
+        client.Append();
+      } else if (!client.Process()) {
+        throw std::runtime_error("no event is left");
+      }
+      time = std::chrono::nanoseconds(steady_clock::now() - begin).count();
+    }
+    for (const std::int64_t time : times) std::cout << time << ' ';
+    std::cout << std::endl;
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -91,6 +113,7 @@ int main(int argc, char** argv) {
     const std::string task = argv[3];
     if (task == "work") WorkOff(client);
     if (task == "process") RunFor(std::stoi(argv[4]), [&] { client.Process(); });
+    if (task == "serve") Serve(client);
     if (task == "append") RunFor(std::stoi(argv[4]), [&] { client.Append(); });
     return 0;
   } catch (const std::exception& error) {
