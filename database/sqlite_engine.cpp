@@ -98,9 +98,6 @@ class SqliteEngine final : public Engine {
                         options.open_flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
     handle_.reset(handle);
     if (result != SQLITE_OK) Throw(result, {}, "cannot open \"" + options.file + "\": ");
-    // SQLite takes 90 KB for a union and frees them. The C library gives them back to the system each time,
-    // until it has seen a larger block freed: that was a sixth of the processor time of an event.
-    sqlite3_free(sqlite3_malloc(1 << 20));
     sqlite3_busy_handler(handle, &SqliteEngine::OnBusy, this);
     try {
       Execute("PRAGMA journal_mode = WAL", {});
