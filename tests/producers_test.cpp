@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "component/text.h"
@@ -98,11 +99,14 @@ class Client {
   }
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
+  ~Client() {
+    if (output_ != nullptr) pclose(output_);
+  }
 
   Report Wait() {
     Report report{1, 0, 0};
     EXPECT_EQ(std::fscanf(output_, "%d %lf %lf", &report.failed, &report.seconds, &report.slowest_call), 3);
-    EXPECT_EQ(pclose(output_), 0);
+    EXPECT_EQ(pclose(std::exchange(output_, nullptr)), 0);
     return report;
   }
 
