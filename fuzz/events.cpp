@@ -54,6 +54,8 @@ void Process(DemoPlant& plant, bool plain) {
 void RunEvents(DemoPlant& plant, std::string_view input) {
   const auto commands = plant.Run("select COMMAND_ID from T_SFC_COMMAND");
   DateTime time(2026, 1, 12, 7);
+  // Records hand on the texts of earlier events.
+  bool all_plain = true;
   for (int i = 0; i < kMostEvents && input.size() >= 4; ++i) {
     const std::string_view line = input.substr(0, input.find('\n'));
     input.remove_prefix(std::min(line.size() + 1, input.size()));
@@ -76,7 +78,8 @@ void RunEvents(DemoPlant& plant, std::string_view input) {
     }
     const Value moment[] = {time.ToText()};
     plant.Run("update T_SFC_MDC_LOG set TIME_STAMP = ?", moment);
-    Process(plant, IsPlain(param));
+    all_plain = all_plain && IsPlain(param);
+    Process(plant, all_plain);
   }
   Require(
       Count(plant,
