@@ -1,13 +1,11 @@
-// A client process of the component as another program would be, by the public header alone.
-//   client LIBRARY CONNECTION_STRING work           works the queue off; prints its memory after the first
-//   ten
-//                                                   thousand events, at the end and at most, in KiB, and
-//                                                   events
-//   client LIBRARY CONNECTION_STRING process SECONDS  works events in; prints how many
-//   client LIBRARY CONNECTION_STRING append SECONDS   appends; prints how many, and the slowest in ms
-//   client LIBRARY CONNECTION_STRING serve          reads lines "process N" and "append N"; prints a line of
-//   the
-//                                                   calls' nanoseconds for each
+// A client process of the component as another program would be, by the public header alone:
+//   client LIBRARY CONNECTION_STRING TASK [SECONDS]
+// Tasks:
+//   work             works the queue off; prints its memory after the first 50,000 events, at the end and at
+//                    most, in KiB, and events
+//   process SECONDS  works events in; prints how many
+//   append SECONDS   appends; prints how many, and the slowest in ms
+//   serve            reads lines "process N" and "append N"; prints a line of the calls' nanoseconds for each
 
 #include <KXData7.h>
 
@@ -113,8 +111,8 @@ int main(int argc, char** argv) {
     const std::string task = argv[3];
     if (task == "work") WorkOff(client);
     if (task == "process") RunFor(std::stoi(argv[4]), [&] { client.Process(); });
-    if (task == "serve") Serve(client);
     if (task == "append") RunFor(std::stoi(argv[4]), [&] { client.Append(); });
+    if (task == "serve") Serve(client);
     return 0;
   } catch (const std::exception& error) {
     std::cerr << argv[0] << ": " << error.what() << std::endl;

@@ -1,6 +1,6 @@
-#include <array>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "KXData7.h"
 #include "com/error_info.h"
@@ -9,46 +9,52 @@
 namespace kx {
 namespace {
 
-#define KXDATA7_CLASS L"{6D3DC26E-FE47-4582-BD90-5E241A8DBC8B}"
-#define KXDATA7_INTERFACE L"{CCB76FB7-FDFA-4D13-B7DC-5809191A4643}"
-#define KXDATA7_LIBRARY L"{0E0E8AE5-6B54-4B7B-9C5D-6F3B3F1A7D07}"
-#define KXDATA7_PROGID L"KXData7.CKXData7Obj"
-#define KXDATA7_TITLE L"Velkaris Machine Data Library 7"
-
-// The keys that are the registration, all that stands below them included. Their parents are everybody's.
-constexpr std::array kKeys = {L"CLSID\\" KXDATA7_CLASS, KXDATA7_PROGID, KXDATA7_PROGID L".1",
-                              L"TypeLib\\" KXDATA7_LIBRARY, L"Interface\\" KXDATA7_INTERFACE};
-
-// The value of a key, null for its own; `text` null stands for the library's file.
+// A value of a key; without a name the key's own.
 struct Value {
-  const wchar_t* key;
+  std::wstring key;
   const wchar_t* name;
-  const wchar_t* text;
+  std::wstring text;
 };
 
-constexpr Value kValues[] = {
-    {L"CLSID\\" KXDATA7_CLASS, nullptr, KXDATA7_TITLE},
-    {L"CLSID\\" KXDATA7_CLASS L"\\InprocServer32", nullptr, nullptr},
-    {L"CLSID\\" KXDATA7_CLASS L"\\InprocServer32", L"ThreadingModel", L"Apartment"},
-    {L"CLSID\\" KXDATA7_CLASS L"\\ProgID", nullptr, KXDATA7_PROGID L".1"},
-    {L"CLSID\\" KXDATA7_CLASS L"\\VersionIndependentProgID", nullptr, KXDATA7_PROGID},
-    {L"CLSID\\" KXDATA7_CLASS L"\\TypeLib", nullptr, KXDATA7_LIBRARY},
-    {L"CLSID\\" KXDATA7_CLASS L"\\Version", nullptr, L"1.0"},
-    {L"CLSID\\" KXDATA7_CLASS L"\\Programmable", nullptr, L""},
-    {KXDATA7_PROGID, nullptr, KXDATA7_TITLE},
-    {KXDATA7_PROGID L"\\CLSID", nullptr, KXDATA7_CLASS},
-    {KXDATA7_PROGID L"\\CurVer", nullptr, KXDATA7_PROGID L".1"},
-    {KXDATA7_PROGID L".1", nullptr, KXDATA7_TITLE},
-    {KXDATA7_PROGID L".1\\CLSID", nullptr, KXDATA7_CLASS},
-    {L"TypeLib\\" KXDATA7_LIBRARY L"\\1.0", nullptr, KXDATA7_TITLE},
-    {L"TypeLib\\" KXDATA7_LIBRARY L"\\1.0\\0\\win64", nullptr, nullptr},
-    {L"TypeLib\\" KXDATA7_LIBRARY L"\\1.0\\FLAGS", nullptr, L"0"},
-    {L"Interface\\" KXDATA7_INTERFACE, nullptr, L"_CKXData7Obj"},
-    // The system's marshaler for interfaces that a type library describes.
-    {L"Interface\\" KXDATA7_INTERFACE L"\\ProxyStubClsid32", nullptr,
-     L"{00020424-0000-0000-C000-000000000046}"},
-    {L"Interface\\" KXDATA7_INTERFACE L"\\TypeLib", nullptr, KXDATA7_LIBRARY},
-    {L"Interface\\" KXDATA7_INTERFACE L"\\TypeLib", L"Version", L"1.0"},
+// The keys are named below Software\Classes.
+struct Registration {
+  explicit Registration(const std::wstring& library) {
+    const std::wstring title = L"Velkaris Machine Data Library 7";
+    const std::wstring class_id = kxdata7::ToRegistryText(CLSID_CKXData7Obj);
+    const std::wstring library_id = kxdata7::ToRegistryText(LIBID_KXData7);
+    const std::wstring prog_id(com::kProgId.begin(), com::kProgId.end());
+    const std::wstring versioned_prog_id = prog_id + L".1";
+    const std::wstring class_key = L"CLSID\\" + class_id;
+    const std::wstring library_key = L"TypeLib\\" + library_id;
+    const std::wstring interface_key = L"Interface\\" + kxdata7::ToRegistryText(IID__CKXData7Obj);
+    keys = {class_key, prog_id, versioned_prog_id, library_key, interface_key};
+    values = {
+        {class_key, nullptr, title},
+        {class_key + L"\\InprocServer32", nullptr, library},
+        {class_key + L"\\InprocServer32", L"ThreadingModel", L"Apartment"},
+        {class_key + L"\\ProgID", nullptr, versioned_prog_id},
+        {class_key + L"\\VersionIndependentProgID", nullptr, prog_id},
+        {class_key + L"\\TypeLib", nullptr, library_id},
+        {class_key + L"\\Version", nullptr, L"1.0"},
+        {class_key + L"\\Programmable", nullptr, L""},
+        {prog_id, nullptr, title},
+        {prog_id + L"\\CLSID", nullptr, class_id},
+        {prog_id + L"\\CurVer", nullptr, versioned_prog_id},
+        {versioned_prog_id, nullptr, title},
+        {versioned_prog_id + L"\\CLSID", nullptr, class_id},
+        {library_key + L"\\1.0", nullptr, title},
+        {library_key + L"\\1.0\\0\\win64", nullptr, library},
+        {library_key + L"\\1.0\\FLAGS", nullptr, L"0"},
+        {interface_key, nullptr, L"_CKXData7Obj"},
+        // The system's marshaler for interfaces that a type library describes.
+        {interface_key + L"\\ProxyStubClsid32", nullptr, L"{00020424-0000-0000-C000-000000000046}"},
+        {interface_key + L"\\TypeLib", nullptr, library_id},
+        {interface_key + L"\\TypeLib", L"Version", L"1.0"},
+    };
+  }
+
+  std::vector<std::wstring> keys;  // all that stands below them included; their parents are everybody's
+  std::vector<Value> values;
 };
 
 void Require(LSTATUS result, const char* what) {
@@ -95,8 +101,8 @@ bool IsAdministrator() {
 constexpr const wchar_t* kClasses = L"Software\\Classes";
 
 void RemoveFrom(HKEY root) {
-  for (const wchar_t* key : kKeys) {
-    const LSTATUS result = RegDeleteTreeW(root, (std::wstring(kClasses) + L"\\" + key).c_str());
+  for (const std::wstring& key : Registration({}).keys) {
+    const LSTATUS result = RegDeleteTreeW(root, (kClasses + (L"\\" + key)).c_str());
     if (result != ERROR_FILE_NOT_FOUND) Require(result, "cannot remove the registration");
   }
 }
@@ -105,8 +111,8 @@ void RemoveFrom(HKEY root) {
 
 void WriteRegistration(const std::filesystem::path& library) {
   const Key classes(IsAdministrator() ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER, kClasses);
-  for (const Value& value : kValues) {
-    Key(classes.get(), value.key).Set(value.name, value.text == nullptr ? library.native() : value.text);
+  for (const Value& value : Registration(library.native()).values) {
+    Key(classes.get(), value.key.c_str()).Set(value.name, value.text);
   }
 }
 

@@ -606,7 +606,7 @@ class ComPtr {
 #ifdef _WIN32
 
 // A library of the system, by its handle.
-namespace module {
+namespace loader {
 using Handle = HMODULE;
 inline Handle Open(const std::filesystem::path& file) { return LoadLibraryW(file.c_str()); }
 inline void Close(Handle handle) { FreeLibrary(handle); }
@@ -617,28 +617,34 @@ inline void* Find(Handle handle, const char* name) {
 inline std::string LastError(const std::string& what) {
   return what + ": error " + std::to_string(GetLastError()) + " of Windows";
 }
-}  // namespace module
+}  // namespace loader
+
+// "{6D3DC26E-…}", as the registry has it.
+inline std::wstring ToRegistryText(REFGUID guid) {
+  wchar_t text[39];
+  return {text, static_cast<std::size_t>(StringFromGUID2(guid, text, 39) - 1)};
+}
 
 // The file that serves the class, as the registry says; empty when none does.
 inline std::filesystem::path RegisteredFile() {
+  const std::wstring key = L"CLSID\\" + ToRegistryText(CLSID_CKXData7Obj) + L"\\InprocServer32";
   wchar_t file[MAX_PATH];
   DWORD bytes = sizeof file;
   const LSTATUS result =
-      RegGetValueW(HKEY_CLASSES_ROOT, L"CLSID\\{6D3DC26E-FE47-4582-BD90-5E241A8DBC8B}\\InprocServer32",
-                   nullptr, RRF_RT_REG_SZ, nullptr, file, &bytes);
+      RegGetValueW(HKEY_CLASSES_ROOT, key.c_str(), nullptr, RRF_RT_REG_SZ, nullptr, file, &bytes);
   return result == ERROR_SUCCESS ? std::filesystem::path(file) : std::filesystem::path();
 }
 inline std::string RegistrationPlaces() { return "HKEY_CLASSES_ROOT"; }
 
 #else
 
-namespace module {
+namespace loader {
 using Handle = void*;
 inline Handle Open(const std::filesystem::path& file) { return dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL); }
 inline void Close(Handle handle) { dlclose(handle); }
 inline void* Find(Handle handle, const char* name) { return dlsym(handle, name); }
 inline std::string LastError(const std::string&) { return dlerror(); }  // names it itself
-}  // namespace module
+}  // namespace loader
 
 // Where classes are registered, the most important place first: $KXDATA7_CLASSES alone when it is set;
 // otherwise the user's own place ($XDG_DATA_HOME/com-classes, by default ~/.local/share/com-classes), which
@@ -692,10 +698,10 @@ class Library {
  public:
   // By the path of the library; a bare file name is searched for as the system's loader does.
   static Library Load(const std::filesystem::path& file) {
-    Library result(module::Open(file.has_parent_path() ? std::filesystem::absolute(file) : file));
+    Library result(loader::Open(file.has_parent_path() ? std::filesystem::absolute(file) : file));
     if (result.handle_ == nullptr) {
       const auto name = file.u8string();
-      throw std::runtime_error("Cannot load the component: " + module::LastError({name.begin(), name.end()}));
+      throw std::runtime_error("Cannot load the component: " + loader::LastError({name.begin(), name.end()}));
     }
     result.get_class_object_ = result.Symbol<decltype(&DllGetClassObject)>("DllGetClassObject");
     result.can_unload_now_ = result.Symbol<decltype(&DllCanUnloadNow)>("DllCanUnloadNow");
@@ -720,7 +726,7 @@ class Library {
   Library& operator=(Library&&) = delete;
   ~Library() {
     const bool in_use = can_unload_now_ != nullptr && can_unload_now_() != S_OK;
-    if (handle_ != nullptr && !in_use) module::Close(handle_);
+    if (handle_ != nullptr && !in_use) loader::Close(handle_);
   }
 
   // A new object, not connected.
@@ -761,16 +767,16 @@ class Library {
 #endif
 
  private:
-  explicit Library(module::Handle handle) : handle_(handle) {}
+  explicit Library(loader::Handle handle) : handle_(handle) {}
 
   template <class Function>
   Function Symbol(const char* name) const {
-    void* const address = module::Find(handle_, name);
-    if (address == nullptr) throw std::runtime_error("Not the component: " + module::LastError(name));
+    void* const address = loader::Find(handle_, name);
+    if (address == nullptr) throw std::runtime_error("Not the component: " + loader::LastError(name));
     return reinterpret_cast<Function>(address);
   }
 
-  module::Handle handle_;
+  loader::Handle handle_;
   decltype(&DllGetClassObject) get_class_object_ = nullptr;
   decltype(&DllCanUnloadNow) can_unload_now_ = nullptr;
 #ifdef _WIN32

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """What can only be seen on Windows, under Wine: registration, scripts, clients of the type library, the package.
 
-    tests/windows/run.py BUILD_FOLDER LINUX_TOOL
+    tests/windows/run.py BUILD_FOLDER LINUX_BUILD_FOLDER
 
-BUILD_FOLDER is one of the preset "windows"; what the tests need is built there first. LINUX_TOOL is kxdata7 built
-for this machine: what the Windows programs leave in a plant is held against what it leaves.
+BUILD_FOLDER is one of the preset "windows"; what the tests need is built there first. LINUX_BUILD_FOLDER has
+kxdata7 for this machine, against whose plants those of the Windows programs are held, and run_server.
 """
 
 from __future__ import annotations
@@ -23,7 +23,6 @@ import unittest
 import zipfile
 from typing import Any, Dict, Iterable, List, Tuple
 
-from postgres import PostgresServer
 from wine import LONGEST_RUN, Registry, Wine, windows_path
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -37,7 +36,7 @@ TITLE = "Velkaris Machine Data Library 7"
 
 # Set by main().
 build: pathlib.Path
-linux_tool: pathlib.Path
+linux_build: pathlib.Path
 archive: pathlib.Path
 wine: Wine
 
@@ -45,7 +44,7 @@ wine: Wine
 def run_linux_tool(*arguments: str) -> str:
     """What the Linux tool prints."""
     return subprocess.run(
-        [linux_tool, *arguments], check=True, stdout=subprocess.PIPE, encoding="utf-8", timeout=LONGEST_RUN
+        [linux_build / "kxdata7", *arguments], check=True, stdout=subprocess.PIPE, encoding="utf-8", timeout=LONGEST_RUN
     ).stdout
 
 
@@ -312,16 +311,20 @@ class EarlyBindingTest(Registered):
 class ServerTest(Registered):
     """ODBC, through this machine's driver: its connection string is that of a Linux client."""
 
-    server: PostgresServer
+    server: subprocess.Popen[str]
+    plant: str
 
     @classmethod
     def setUpClass(cls) -> None:
         super().setUpClass()
-        cls.server = PostgresServer()
+        program = linux_build / "tests/run_server"
+        cls.server = subprocess.Popen([program], stdin=subprocess.PIPE, stdout=subprocess.PIPE, encoding="utf-8")
+        assert cls.server.stdout is not None
+        cls.plant = cls.server.stdout.readline().strip()
 
     @classmethod
     def tearDownClass(cls) -> None:
-        cls.server.stop()
+        cls.server.communicate(timeout=LONGEST_RUN)  # it ends with its standard input
         super().tearDownClass()
 
     def records(self, plant: str) -> List[List[str]]:
@@ -334,7 +337,7 @@ class ServerTest(Registered):
 
     def test_plant_on_postgresql(self) -> None:
         await_quiet_shift()
-        plant = self.server.connection_string
+        plant = self.plant
         reference = str(wine.folder / "reference.db")
         for made in (plant, reference):
             run_linux_tool("create", made, "--demo")
@@ -415,11 +418,11 @@ def prepare() -> None:
 
 
 def main() -> int:
-    global build, linux_tool, wine
+    global build, linux_build, wine
     if len(sys.argv) != 3:
         print(__doc__, file=sys.stderr)
         return 2
-    build, linux_tool = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
+    build, linux_build = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
     try:
         prepare()
     except subprocess.CalledProcessError as error:
