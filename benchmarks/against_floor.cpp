@@ -10,7 +10,7 @@
 #include "benchmarks/client_calls.h"
 #include "benchmarks/measures.h"
 #include "benchmarks/replay.h"
-#include "component/text.h"
+#include "database/text.h"
 
 namespace kx::bench {
 namespace {

@@ -1,7 +1,7 @@
 #include <chrono>
 
 #include "benchmarks/measures.h"
-#include "component/text.h"
+#include "database/text.h"
 #include "mdclog/append.h"
 
 namespace kx::bench {

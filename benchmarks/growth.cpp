@@ -4,7 +4,7 @@
 
 #include "benchmarks/client_calls.h"
 #include "benchmarks/measures.h"
-#include "component/text.h"
+#include "database/text.h"
 
 namespace kx::bench {
 namespace {

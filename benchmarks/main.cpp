@@ -10,7 +10,7 @@
 #include <iostream>
 
 #include "benchmarks/measures.h"
-#include "component/text.h"
+#include "database/text.h"
 
 namespace kx::bench {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "component/text.h"
+#include "database/text.h"
 
 namespace kx::bench {
 namespace {

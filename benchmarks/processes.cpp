@@ -3,7 +3,7 @@
 
 #include "benchmarks/child_process.h"
 #include "benchmarks/measures.h"
-#include "component/text.h"
+#include "database/text.h"
 
 namespace kx::bench {
 namespace {

@@ -8,7 +8,7 @@ foreach(index RANGE 4 ${CMAKE_ARGC})
   file(READ "${CMAKE_ARGV${index}}" text)
   string(APPEND cases "  if (name == \"${name}\") return R\"sql(${text})sql\";\n")
 endforeach()
-file(WRITE "${OUTPUT}" "#include \"tools/schema_sql.h\"
+file(WRITE "${OUTPUT}" "#include \"plant/schema_sql.h\"
 
 namespace kx::tool {
 

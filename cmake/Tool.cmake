@@ -1,5 +1,5 @@
 # The command-line client kxdata7: everything but its main function is a library, which the tests link, too.
-file(GLOB tool_sources CONFIGURE_DEPENDS tools/*.cpp)
+file(GLOB tool_sources CONFIGURE_DEPENDS plant/*.cpp inputs/*.cpp views/*.cpp tools/*.cpp)
 list(REMOVE_ITEM tool_sources ${PROJECT_SOURCE_DIR}/tools/main.cpp)
 list(FILTER tool_sources EXCLUDE REGEX ${other_system})
 add_library(kxdata7_tool STATIC ${tool_sources} ${PROJECT_BINARY_DIR}/schema_sql.cpp)
@@ -32,7 +32,7 @@ add_dependencies(kxdata7 KXData7)
 
 # Where the tool finds the library of its own installation, from its folder.
 file(RELATIVE_PATH library_folder /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
-set_property(SOURCE ${PROJECT_SOURCE_DIR}/tools/component.cpp APPEND
+set_property(SOURCE ${PROJECT_SOURCE_DIR}/plant/component.cpp APPEND
              PROPERTY COMPILE_DEFINITIONS KXDATA7_LIBRARY_FOLDER="${library_folder}"
                                     KXDATA7_LIBRARY_NAME="$<TARGET_FILE_NAME:KXData7>")
 

@@ -8,8 +8,8 @@
 #include "com/module.h"
 #include "com/platform.h"
 #include "component/class_factory.h"
-#include "component/host.h"
 #include "component/registration.h"
+#include "session/host.h"
 
 namespace {
 

@@ -7,13 +7,13 @@
 
 #include "com/error_info.h"
 #include "com/platform.h"
-#include "component/dispatch.h"
-#include "component/sql_dialect.h"
-#include "component/transaction.h"
+#include "component/invoke.h"
 #include "machinedata/completion.h"
 #include "mdclog/append.h"
 #include "mdclog/dispatch.h"
 #include "mdclog/statement_trials.h"
+#include "session/sql_dialect.h"
+#include "session/transaction.h"
 
 namespace kx {
 namespace {

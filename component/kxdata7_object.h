@@ -4,7 +4,7 @@
 
 #include "KXData7.h"
 #include "com/unknown.h"
-#include "component/session.h"
+#include "session/session.h"
 
 namespace kx {
 

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "component/host.h"
-#include "tools/plant.h"
+#include "plant/plant.h"
+#include "session/host.h"
 
 namespace kx::fuzz {
 namespace {

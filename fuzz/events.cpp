@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <array>
 
-#include "component/text.h"
 #include "database/database_error.h"
 #include "database/date_time.h"
+#include "database/text.h"
 #include "fuzz/demo_plant.h"
 
 namespace kx::fuzz {

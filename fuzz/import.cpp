@@ -4,8 +4,8 @@
 #include <sstream>
 
 #include "fuzz/demo_plant.h"
-#include "tools/plant.h"
-#include "tools/recorded_input.h"
+#include "inputs/recorded_input.h"
+#include "plant/plant.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // The statement translator: any text as SQL, and any text as a value inside the statements of the component.
 
-#include "component/session.h"
-#include "component/sql_dialect.h"
-#include "component/text.h"
 #include "database/statement_translator.h"
+#include "database/text.h"
 #include "fuzz/demo_plant.h"
+#include "session/session.h"
+#include "session/sql_dialect.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include "handlers/custom_handlers.h"
 
-#include "component/messages.h"
 #include "handlers/frame.h"
 #include "machinedata/machine_events.h"
+#include "session/messages.h"
 
 namespace kx {
 namespace {

@@ -1,8 +1,6 @@
 #include "handlers/cycle_handlers.h"
 
-#include "component/messages.h"
-#include "component/sql_dialect.h"
-#include "component/text.h"
+#include "database/text.h"
 #include "handlers/frame.h"
 #include "handlers/part_handlers.h"
 #include "handlers/roll_over.h"
@@ -11,6 +9,8 @@
 #include "machinedata/machine_status.h"
 #include "machinedata/records.h"
 #include "machinedata/segments.h"
+#include "session/messages.h"
+#include "session/sql_dialect.h"
 #include "shifts/current_record.h"
 #include "shifts/shift_info.h"
 

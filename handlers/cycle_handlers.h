@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string>
 
-#include "component/session.h"
 #include "handlers/log_item.h"
+#include "session/session.h"
 
 namespace kx {
 

@@ -1,14 +1,14 @@
 #include "handlers/downtime_handlers.h"
 
-#include "component/messages.h"
-#include "component/sql_dialect.h"
-#include "component/text.h"
+#include "database/text.h"
 #include "handlers/frame.h"
 #include "machinedata/downtime_rows.h"
 #include "machinedata/lookups.h"
 #include "machinedata/machine_status.h"
 #include "machinedata/records.h"
 #include "machinedata/segments.h"
+#include "session/messages.h"
+#include "session/sql_dialect.h"
 #include "shifts/current_record.h"
 #include "shifts/shift_info.h"
 

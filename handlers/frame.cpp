@@ -1,9 +1,9 @@
 #include "handlers/frame.h"
 
-#include "component/messages.h"
-#include "component/transaction.h"
 #include "database/database_error.h"
 #include "machinedata/lookups.h"
+#include "session/messages.h"
+#include "session/transaction.h"
 
 namespace kx {
 

@@ -5,8 +5,8 @@
 #include <initializer_list>
 #include <string>
 
-#include "component/session.h"
 #include "handlers/log_item.h"
+#include "session/session.h"
 
 namespace kx {
 

@@ -1,11 +1,11 @@
 #include "handlers/job_handlers.h"
 
-#include "component/messages.h"
-#include "component/options.h"
 #include "handlers/frame.h"
 #include "handlers/part_handlers.h"
 #include "machinedata/lookups.h"
 #include "machinedata/records.h"
+#include "session/messages.h"
+#include "session/options.h"
 #include "shifts/current_record.h"
 
 namespace kx {

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "component/session.h"
 #include "handlers/log_item.h"
+#include "session/session.h"
 
 namespace kx {
 

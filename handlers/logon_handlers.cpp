@@ -1,9 +1,9 @@
 #include "handlers/logon_handlers.h"
 
-#include "component/messages.h"
 #include "handlers/frame.h"
 #include "machinedata/lookups.h"
 #include "machinedata/records.h"
+#include "session/messages.h"
 #include "shifts/current_record.h"
 #include "shifts/shift_info.h"
 

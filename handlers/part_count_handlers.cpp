@@ -3,17 +3,17 @@
 #include <functional>
 #include <limits>
 
-#include "component/insert_row.h"
-#include "component/messages.h"
-#include "component/sql_dialect.h"
-#include "component/text.h"
 #include "database/database_error.h"
 #include "database/numeric_text.h"
+#include "database/text.h"
 #include "handlers/frame.h"
 #include "handlers/part_handlers.h"
 #include "machinedata/lookups.h"
 #include "machinedata/records.h"
 #include "machinedata/segments.h"
+#include "session/insert_row.h"
+#include "session/messages.h"
+#include "session/sql_dialect.h"
 #include "shifts/current_record.h"
 
 namespace kx {

@@ -1,13 +1,13 @@
 #include "handlers/part_handlers.h"
 
-#include "component/messages.h"
-#include "component/sql_dialect.h"
-#include "component/text.h"
+#include "database/text.h"
 #include "handlers/frame.h"
 #include "machinedata/lookups.h"
 #include "machinedata/machine_status.h"
 #include "machinedata/records.h"
 #include "machinedata/segments.h"
+#include "session/messages.h"
+#include "session/sql_dialect.h"
 #include "shifts/current_record.h"
 
 namespace kx {

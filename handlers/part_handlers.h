@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
-#include "component/session.h"
 #include "handlers/log_item.h"
+#include "session/session.h"
 
 namespace kx {
 

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-#include "component/session.h"
 #include "machinedata/records.h"
+#include "session/session.h"
 
 namespace kx {
 

@@ -1,6 +1,5 @@
 #include "handlers/setup_handlers.h"
 
-#include "component/messages.h"
 #include "handlers/frame.h"
 #include "handlers/roll_over.h"
 #include "machinedata/downtime_rows.h"
@@ -8,6 +7,7 @@
 #include "machinedata/machine_status.h"
 #include "machinedata/records.h"
 #include "machinedata/segments.h"
+#include "session/messages.h"
 #include "shifts/current_record.h"
 #include "shifts/shift_info.h"
 

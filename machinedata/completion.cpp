@@ -4,12 +4,12 @@
 #include <array>
 #include <string_view>
 
-#include "component/sql_dialect.h"
-#include "component/text.h"
-#include "component/trace.h"
+#include "database/text.h"
 #include "machinedata/downtime_rows.h"
 #include "machinedata/records.h"
 #include "machinedata/segments.h"
+#include "session/sql_dialect.h"
+#include "session/trace.h"
 
 namespace kx {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "component/session.h"
+#include "session/session.h"
 
 namespace kx {
 

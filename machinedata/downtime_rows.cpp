@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "component/sql_dialect.h"
-#include "component/text.h"
+#include "database/text.h"
 #include "machinedata/segments.h"
+#include "session/sql_dialect.h"
 
 namespace kx {
 namespace {

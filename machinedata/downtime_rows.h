@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "component/session.h"
 #include "machinedata/lookups.h"
+#include "session/session.h"
 
 namespace kx {
 

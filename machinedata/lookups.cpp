@@ -1,7 +1,7 @@
 #include "machinedata/lookups.h"
 
-#include "component/sql_dialect.h"
-#include "component/text.h"
+#include "database/text.h"
+#include "session/sql_dialect.h"
 
 namespace kx {
 namespace {

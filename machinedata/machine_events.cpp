@@ -2,11 +2,11 @@
 
 #include <string>
 
-#include "component/insert_row.h"
-#include "component/sql_dialect.h"
-#include "component/text.h"
 #include "database/database_error.h"
+#include "database/text.h"
 #include "machinedata/lookups.h"
+#include "session/insert_row.h"
+#include "session/sql_dialect.h"
 
 namespace kx {
 namespace {

@@ -4,13 +4,13 @@
 #include <string>
 #include <vector>
 
-#include "component/insert_row.h"
-#include "component/sql_dialect.h"
-#include "component/text.h"
-#include "component/trace.h"
+#include "database/text.h"
 #include "machinedata/completion.h"
 #include "machinedata/downtime_rows.h"
 #include "machinedata/segments.h"
+#include "session/insert_row.h"
+#include "session/sql_dialect.h"
+#include "session/trace.h"
 
 namespace kx {
 namespace {

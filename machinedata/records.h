@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "component/session.h"
+#include "session/session.h"
 
 namespace kx {
 

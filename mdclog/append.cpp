@@ -1,9 +1,9 @@
 #include "mdclog/append.h"
 
-#include "component/sql_dialect.h"
-#include "component/text.h"
 #include "database/database_error.h"
+#include "database/text.h"
 #include "machinedata/lookups.h"
+#include "session/sql_dialect.h"
 
 namespace kx {
 namespace {

@@ -4,11 +4,8 @@
 #include <array>
 #include <string_view>
 
-#include "component/messages.h"
-#include "component/sql_dialect.h"
-#include "component/text.h"
-#include "component/trace.h"
 #include "database/database_error.h"
+#include "database/text.h"
 #include "handlers/custom_handlers.h"
 #include "handlers/cycle_handlers.h"
 #include "handlers/downtime_handlers.h"
@@ -18,6 +15,9 @@
 #include "handlers/part_handlers.h"
 #include "handlers/setup_handlers.h"
 #include "machinedata/lookups.h"
+#include "session/messages.h"
+#include "session/sql_dialect.h"
+#include "session/trace.h"
 #include "shifts/current_record.h"
 
 namespace kx {

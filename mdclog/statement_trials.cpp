@@ -2,12 +2,12 @@
 
 #include <array>
 
-#include "component/insert_row.h"
-#include "component/sql_dialect.h"
-#include "component/text.h"
-#include "component/transaction.h"
 #include "database/database_error.h"
+#include "database/text.h"
 #include "handlers/cycle_handlers.h"
+#include "session/insert_row.h"
+#include "session/sql_dialect.h"
+#include "session/transaction.h"
 #include "shifts/next_shift_start.h"
 #include "shifts/shift_info.h"
 

@@ -1,13 +1,13 @@
 #include "shifts/current_record.h"
 
-#include "component/messages.h"
-#include "component/sql_dialect.h"
-#include "component/text.h"
-#include "component/trace.h"
-#include "component/transaction.h"
 #include "database/database_error.h"
 #include "database/numeric_text.h"
+#include "database/text.h"
 #include "machinedata/records.h"
+#include "session/messages.h"
+#include "session/sql_dialect.h"
+#include "session/trace.h"
+#include "session/transaction.h"
 #include "shifts/next_shift_start.h"
 #include "shifts/shift_info.h"
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "component/sql_dialect.h"
-#include "component/text.h"
+#include "database/text.h"
+#include "session/sql_dialect.h"
 
 namespace kx {
 

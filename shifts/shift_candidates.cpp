@@ -5,9 +5,9 @@
 #include <tuple>
 #include <vector>
 
-#include "component/sql_dialect.h"
-#include "component/text.h"
-#include "component/trace.h"
+#include "database/text.h"
+#include "session/sql_dialect.h"
+#include "session/trace.h"
 #include "shifts/machine_shifts.h"
 
 namespace kx {

@@ -2,11 +2,11 @@
 
 #include <string>
 
-#include "component/sql_dialect.h"
-#include "component/text.h"
-#include "component/trace.h"
 #include "database/database_error.h"
+#include "database/text.h"
 #include "machinedata/lookups.h"
+#include "session/sql_dialect.h"
+#include "session/trace.h"
 #include "shifts/machine_shifts.h"
 
 namespace kx {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "component/session.h"
+#include "session/session.h"
 #include "shifts/weekdays.h"
 
 namespace kx {

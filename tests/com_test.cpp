@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "component/host.h"
+#include "session/host.h"
 #include "tests/support/plant.h"
 
 namespace {

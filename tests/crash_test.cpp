@@ -12,7 +12,7 @@
 #include <set>
 #include <thread>
 
-#include "component/text.h"
+#include "database/text.h"
 #include "tests/support/long_run.h"
 #include "tests/support/plant.h"
 

@@ -4,14 +4,14 @@
 
 #include <fstream>
 
-#include "component/messages.h"
-#include "component/sql_dialect.h"
 #include "database/connection.h"
 #include "database/database_error.h"
 #include "database/numeric_text.h"
 #include "database/recordset.h"
 #include "database/utf.h"
-#include "tools/temporary_folder.h"
+#include "plant/temporary_folder.h"
+#include "session/messages.h"
+#include "session/sql_dialect.h"
 
 namespace kx {
 namespace {

@@ -5,7 +5,7 @@
 #include <functional>
 #include <iostream>
 
-#include "component/text.h"
+#include "database/text.h"
 #include "tests/support/handler_cases.h"
 #include "tests/support/long_run.h"
 

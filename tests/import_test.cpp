@@ -6,8 +6,8 @@
 #include <sstream>
 
 #include "database/sql_script.h"
-#include "tools/plant.h"
-#include "tools/recorded_input.h"
+#include "inputs/recorded_input.h"
+#include "plant/plant.h"
 
 namespace kx::tool {
 namespace {

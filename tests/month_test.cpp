@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <iostream>
 
-#include "component/text.h"
+#include "database/text.h"
 #include "tests/support/long_run.h"
 #include "tests/support/plant.h"
 #include "tests/support/random_walk.h"

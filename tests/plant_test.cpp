@@ -4,9 +4,9 @@
 
 #include <optional>
 
-#include "component/messages.h"
-#include "component/text.h"
+#include "database/text.h"
 #include "database/utf.h"
+#include "session/messages.h"
 #include "tests/support/plant.h"
 
 namespace kx::test {

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "component/text.h"
+#include "database/text.h"
 #include "tests/support/long_run.h"
 #include "tests/support/plant.h"
 

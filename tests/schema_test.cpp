@@ -7,8 +7,8 @@
 #include <set>
 #include <sstream>
 
-#include "tools/schema_sql.h"
-#include "tools/schema_tables.h"
+#include "plant/schema_sql.h"
+#include "plant/schema_tables.h"
 
 namespace {
 

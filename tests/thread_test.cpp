@@ -8,7 +8,7 @@
 #include <mutex>
 #include <thread>
 
-#include "component/text.h"
+#include "database/text.h"
 #include "tests/support/plant.h"
 
 namespace kx::test {

@@ -9,9 +9,9 @@
 
 #include "database/connection.h"
 #include "database/database_error.h"
+#include "inputs/recorded_input.h"
+#include "plant/temporary_folder.h"
 #include "tests/support/postgres_server.h"
-#include "tools/recorded_input.h"
-#include "tools/temporary_folder.h"
 
 namespace kx::tool {
 namespace {

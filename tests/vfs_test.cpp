@@ -4,7 +4,7 @@
 
 #include <functional>
 
-#include "component/text.h"
+#include "database/text.h"
 #include "tests/support/faulty_vfs.h"
 #include "tests/support/interrupted_event.h"
 #include "tests/support/long_run.h"

@@ -5,8 +5,8 @@
 #include <array>
 #include <random>
 
-#include "component/text.h"
 #include "database/recordset.h"
+#include "database/text.h"
 #include "shifts/current_record.h"
 #include "shifts/shift_candidates.h"
 #include "tests/support/plant.h"

@@ -1,9 +1,9 @@
 #include <iostream>
 
+#include "plant/component.h"
+#include "plant/events.h"
 #include "tools/commands.h"
-#include "tools/component.h"
-#include "tools/events.h"
-#include "tools/table.h"
+#include "views/table.h"
 
 namespace kx::tool {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/plant.h"
+#include "plant/plant.h"
 
 namespace kx::tool {
 

@@ -5,11 +5,11 @@
 #include <iostream>
 
 #include "database/ascii.h"
+#include "inputs/recorded_input.h"
+#include "plant/component.h"
+#include "plant/schema_sql.h"
+#include "plant/schema_tables.h"
 #include "tools/commands.h"
-#include "tools/component.h"
-#include "tools/recorded_input.h"
-#include "tools/schema_sql.h"
-#include "tools/schema_tables.h"
 
 namespace kx::tool {
 namespace {

@@ -2,11 +2,11 @@
 #include <iostream>
 
 #include "database/table_key.h"
+#include "plant/component.h"
+#include "plant/events.h"
+#include "plant/platform.h"
+#include "plant/temporary_folder.h"
 #include "tools/commands.h"
-#include "tools/component.h"
-#include "tools/events.h"
-#include "tools/platform.h"
-#include "tools/temporary_folder.h"
 
 namespace kx::tool {
 namespace {

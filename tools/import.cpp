@@ -3,9 +3,9 @@
 #include <iostream>
 #include <unordered_map>
 
+#include "inputs/recorded_input.h"
+#include "plant/platform.h"
 #include "tools/commands.h"
-#include "tools/platform.h"
-#include "tools/recorded_input.h"
 
 namespace kx::tool {
 namespace {

@@ -1,9 +1,9 @@
 #include <array>
 #include <iostream>
 
+#include "plant/events.h"
 #include "tools/commands.h"
-#include "tools/events.h"
-#include "tools/table.h"
+#include "views/table.h"
 
 namespace kx::tool {
 namespace {

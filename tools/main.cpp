@@ -6,10 +6,10 @@
 #include <functional>
 #include <iostream>
 
+#include "inputs/recorded_input.h"
+#include "plant/events.h"
+#include "plant/platform.h"
 #include "tools/commands.h"
-#include "tools/events.h"
-#include "tools/platform.h"
-#include "tools/recorded_input.h"
 
 namespace kx::tool {
 namespace {

@@ -3,10 +3,10 @@
 #include <iostream>
 
 #include "database/database_error.h"
+#include "plant/component.h"
+#include "plant/events.h"
+#include "plant/platform.h"
 #include "tools/commands.h"
-#include "tools/component.h"
-#include "tools/events.h"
-#include "tools/platform.h"
 
 namespace kx::tool {
 namespace {

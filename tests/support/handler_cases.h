@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "component/text.h"
+#include "database/text.h"
 #include "tests/support/plant.h"
 
 namespace kx::test {

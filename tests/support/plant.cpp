@@ -7,8 +7,8 @@
 #include <map>
 #include <sstream>
 
-#include "component/text.h"
 #include "database/ascii.h"
+#include "database/text.h"
 
 namespace kx::test {
 namespace {

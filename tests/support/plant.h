@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "component/host.h"
+#include "session/host.h"
 #include "tests/support/com_object.h"
 #include "tests/support/faulty_engine.h"
 #include "tests/support/plant_database.h"

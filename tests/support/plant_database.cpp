@@ -7,8 +7,8 @@
 #include <memory>
 #include <stdexcept>
 
-#include "component/text.h"
 #include "database/sql_script.h"
+#include "database/text.h"
 
 namespace kx::test {
 namespace {

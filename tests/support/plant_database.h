@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "database/connection.h"
+#include "plant/temporary_folder.h"
 #include "tests/support/postgres_server.h"
-#include "tools/temporary_folder.h"
 
 namespace kx::test {
 

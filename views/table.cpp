@@ -1,4 +1,4 @@
-#include "tools/table.h"
+#include "views/table.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #include <unistd.h>
 
-#include "tools/platform.h"
+#include "plant/platform.h"
 
 namespace kx::tool {
 

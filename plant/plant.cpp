@@ -1,4 +1,4 @@
-#include "tools/plant.h"
+#include "plant/plant.h"
 
 #include <algorithm>
 #include <array>
@@ -9,8 +9,8 @@
 #include "database/sql_script.h"
 #include "database/table_key.h"
 #include "database/utf.h"
-#include "tools/platform.h"
-#include "tools/schema_sql.h"
+#include "plant/platform.h"
+#include "plant/schema_sql.h"
 
 namespace kx::tool {
 namespace {

@@ -5,10 +5,10 @@
 #include <string_view>
 #include <vector>
 
-#include "component/host.h"
 #include "database/connection.h"
 #include "database/date_time.h"
 #include "database/recordset.h"
+#include "session/host.h"
 
 namespace kx {
 

@@ -4,7 +4,7 @@
 #include <span>
 #include <string_view>
 
-#include "component/session.h"
+#include "session/session.h"
 
 namespace kx {
 

@@ -1,9 +1,9 @@
-#include "component/session.h"
+#include "session/session.h"
 
-#include "component/messages.h"
-#include "component/sql_dialect.h"
-#include "component/transaction.h"
 #include "database/database_error.h"
+#include "session/messages.h"
+#include "session/sql_dialect.h"
+#include "session/transaction.h"
 
 namespace kx {
 

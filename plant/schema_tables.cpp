@@ -1,4 +1,4 @@
-#include "tools/schema_tables.h"
+#include "plant/schema_tables.h"
 
 #include "database/sql_script.h"
 

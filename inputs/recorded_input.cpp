@@ -1,10 +1,10 @@
-#include "tools/recorded_input.h"
+#include "inputs/recorded_input.h"
 
 #include <charconv>
 #include <functional>
 
-#include "tools/plant.h"
-#include "tools/platform.h"
+#include "plant/plant.h"
+#include "plant/platform.h"
 
 namespace kx::tool {
 namespace {

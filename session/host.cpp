@@ -1,4 +1,4 @@
-#include "component/host.h"
+#include "session/host.h"
 
 #include <atomic>
 #include <thread>

@@ -1,4 +1,4 @@
-#include "component/dispatch.h"
+#include "component/invoke.h"
 
 #include <algorithm>
 #include <array>

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "KXData7.h"
-#include "tools/plant.h"
+#include "plant/plant.h"
 
 namespace kx::tool {
 

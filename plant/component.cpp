@@ -1,10 +1,10 @@
-#include "tools/component.h"
+#include "plant/component.h"
 
 #include <filesystem>
 #include <iostream>
 
+#include "plant/platform.h"
 #include "tools/commands.h"
-#include "tools/platform.h"
 
 namespace kx::tool {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "component/session.h"
+#include "session/session.h"
 
 namespace kx {
 

@@ -1,4 +1,4 @@
-#include "component/messages.h"
+#include "session/messages.h"
 
 #include <array>
 

@@ -1,9 +1,9 @@
-#include "component/insert_row.h"
+#include "session/insert_row.h"
 
-#include "component/sql_dialect.h"
-#include "component/text.h"
 #include "database/database_error.h"
 #include "database/table_key.h"
+#include "database/text.h"
+#include "session/sql_dialect.h"
 
 namespace kx {
 namespace {

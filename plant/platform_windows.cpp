@@ -1,4 +1,4 @@
-#include "tools/platform.h"
+#include "plant/platform.h"
 
 #include <windows.h>
 // Windows' own base header comes first.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "component/session.h"
+#include "session/session.h"
 
 namespace kx {
 

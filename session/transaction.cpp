@@ -1,4 +1,4 @@
-#include "component/transaction.h"
+#include "session/transaction.h"
 
 #include <exception>
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "database/date_time.h"
-#include "tools/events.h"
+#include "plant/events.h"
 
 namespace kx::tool {
 

@@ -1,9 +1,9 @@
-#include "component/sql_dialect.h"
+#include "session/sql_dialect.h"
 
 #include <array>
 
-#include "component/text.h"
 #include "database/database_error.h"
+#include "database/text.h"
 
 namespace kx {
 namespace {

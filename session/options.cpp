@@ -1,7 +1,7 @@
-#include "component/options.h"
+#include "session/options.h"
 
-#include "component/sql_dialect.h"
-#include "component/text.h"
+#include "database/text.h"
+#include "session/sql_dialect.h"
 
 namespace kx {
 

@@ -1,4 +1,4 @@
-#include "tools/events.h"
+#include "plant/events.h"
 
 #include <algorithm>
 #include <array>
@@ -6,7 +6,7 @@
 
 #include "database/database_error.h"
 #include "database/numeric_text.h"
-#include "tools/plant.h"
+#include "plant/plant.h"
 
 namespace kx::tool {
 namespace {
