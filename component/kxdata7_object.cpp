@@ -37,7 +37,7 @@ class TransactionEnd {
     try {
       if (RollbackTransaction(session_)) return;
     } catch (...) {
-      // Out of memory, or the yield hook threw.
+      // Out of memory.
     }
     session_.connection.Close();
   }

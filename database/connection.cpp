@@ -6,7 +6,7 @@ namespace kx {
 
 void Connection::Open(std::string_view connection_string) {
   Close();
-  engine_ = opener_(ConnectionString::Parse(connection_string));
+  engine_ = opener_(ConnectionString::Parse(connection_string), waiting_);
 }
 
 void Connection::Close() noexcept {

@@ -15,7 +15,8 @@ namespace kx {
 // but Close says so.
 class Connection {
  public:
-  explicit Connection(EngineOpener opener = OpenEngine) : opener_(std::move(opener)) {}
+  explicit Connection(EngineOpener opener = OpenEngine, Waiting waiting = {})
+      : opener_(std::move(opener)), waiting_(std::move(waiting)) {}
 
   void Open(std::string_view connection_string);
   void Close() noexcept;  // rolls an open transaction back
@@ -47,6 +48,7 @@ class Connection {
   Engine& ReadyEngine() const;
 
   EngineOpener opener_;
+  Waiting waiting_;
   std::unique_ptr<Engine> engine_;
   StatementTranslator translator_;
   bool in_transaction_ = false;

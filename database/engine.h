@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "database/connection_string.h"
@@ -64,6 +65,16 @@ enum class SqlTarget {
 // begin a transaction would take.
 constexpr std::chrono::milliseconds kWaitOutsideTransaction{12'000};
 
+// How an engine waits between its attempts while another session is in the way: by the clock, in pieces that
+// keep the process responsive. Nothing of it throws: it is called from within the engines' own code.
+struct Waiting {
+  std::function<std::chrono::steady_clock::time_point()> now = &std::chrono::steady_clock::now;
+  // Waits so long at most.
+  std::function<void(std::chrono::milliseconds)> pause = [](std::chrono::milliseconds time) {
+    std::this_thread::sleep_for(time);
+  };
+};
+
 // One open link to a database: the seam between the component and the engines, and the place where tests
 // inject faults and count statements. Every operation reports failure by DatabaseError. Closed by its
 // destructor. Used by one thread at a time.
@@ -92,9 +103,9 @@ class Engine {
   virtual bool IsAlive() const = 0;
 };
 
-using EngineOpener = std::function<std::unique_ptr<Engine>(const ConnectionString&)>;
+using EngineOpener = std::function<std::unique_ptr<Engine>(const ConnectionString&, const Waiting&)>;
 
 // Opens the engine that the connection string names: SQLite for `Provider=SQLite`, ODBC for everything else.
-std::unique_ptr<Engine> OpenEngine(const ConnectionString& connection_string);
+std::unique_ptr<Engine> OpenEngine(const ConnectionString& connection_string, const Waiting& waiting = {});
 
 }  // namespace kx

@@ -60,9 +60,13 @@ constexpr std::array kSystems = {
          .attributes = kPsqlodbcAttributes,
          .session_setup = "SET lock_timeout = '1s'; SET standard_conforming_strings = on; "
                           "SET SESSION CHARACTERISTICS AS TRANSACTION ISOLATION LEVEL READ COMMITTED",
+         .brief_lock_wait = "SET lock_timeout = '10ms'",
+         .usual_lock_wait = "SET lock_timeout = '1s'",
          .after_insert = " RETURNING {key}"},
     Dbms{.name = "Microsoft SQL Server",
          .session_setup = "SET LOCK_TIMEOUT 1000; SET DATEFORMAT mdy",
+         .brief_lock_wait = "SET LOCK_TIMEOUT 10",
+         .usual_lock_wait = "SET LOCK_TIMEOUT 1000",
          .before_insert = "SET NOCOUNT ON; ",
          .after_insert = "; SELECT SCOPE_IDENTITY(); SET NOCOUNT OFF",
          .busy_codes = kSqlServerBusy,

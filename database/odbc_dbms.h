@@ -28,6 +28,9 @@ struct Dbms {
   // Run once after connecting; makes a statement wait for another session's lock for a second where the
   // system can be told so.
   std::string_view session_setup = {};
+  // Set that wait to 10 ms, and back; empty where it cannot be set.
+  std::string_view brief_lock_wait = {};
+  std::string_view usual_lock_wait = {};
 
   // What stands around an INSERT, and what then asks for the new key; without a query the INSERT returns it.
   // {key} and {sequence} are the names of the key column and of the table's sequence.

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <optional>
-#include <thread>
 #include <utility>
 
 #include "database/database_error.h"
@@ -15,7 +14,6 @@ namespace kx {
 namespace {
 
 using std::chrono::milliseconds;
-using std::chrono::steady_clock;
 
 // Between two attempts, for the systems that refuse a locked row at once.
 constexpr milliseconds kPauseBetweenAttempts{10};
@@ -49,7 +47,7 @@ std::string Hide(std::string text, const std::string& secret) {
 
 class OdbcEngine final : public Engine {
  public:
-  explicit OdbcEngine(const ConnectionString& connection_string);
+  OdbcEngine(const ConnectionString& connection_string, const Waiting& waiting);
   ~OdbcEngine() override;
 
   void Open(const std::string& connection_text);
@@ -66,6 +64,8 @@ class OdbcEngine final : public Engine {
   void Rollback() override;
 
  private:
+  class BriefLockWait;
+
   SQLHANDLE link() const { return connection_.get(); }
   // Connects and returns the connection string as the driver completed it.
   std::string Connect(const std::string& text);
@@ -79,6 +79,7 @@ class OdbcEngine final : public Engine {
   // The error for a failure, once it is noted what that means for the link and the transaction.
   DatabaseError Judge(const OdbcFailure& failure, std::string_view sql = {});
 
+  const Waiting waiting_;
   std::vector<std::string> passwords_;
   Environment environment_;
   OdbcHandle connection_{SQL_HANDLE_DBC, environment_.handle.get()};
@@ -92,7 +93,8 @@ class OdbcEngine final : public Engine {
   bool lost_ = false;
 };
 
-OdbcEngine::OdbcEngine(const ConnectionString& connection_string) {
+OdbcEngine::OdbcEngine(const ConnectionString& connection_string, const Waiting& waiting)
+    : waiting_(waiting) {
   for (const auto& entry : connection_string.entries()) {
     if ((entry.keyword == "pwd" || entry.keyword == "password") && !entry.value.empty()) {
       passwords_.push_back(entry.value);
@@ -193,6 +195,28 @@ Rows OdbcEngine::Run(std::string_view sql, std::span<const Value> parameters) {
   return statement.Run(sql);
 }
 
+// While it lives, the server hardly waits for another session's lock: the waiting is the engine's own.
+class OdbcEngine::BriefLockWait {
+ public:
+  explicit BriefLockWait(OdbcEngine& engine) : engine_(engine) { Set(engine.dbms_->brief_lock_wait); }
+  BriefLockWait(const BriefLockWait&) = delete;
+  BriefLockWait& operator=(const BriefLockWait&) = delete;
+  ~BriefLockWait() {
+    try {
+      if (!engine_.lost_) Set(engine_.dbms_->usual_lock_wait);
+    } catch (...) {
+      // Then the link is lost, as the next statement will tell; the one that waited has its own outcome.
+    }
+  }
+
+ private:
+  void Set(std::string_view sql) {
+    if (!sql.empty()) engine_.Run(sql, {});
+  }
+
+  OdbcEngine& engine_;
+};
+
 Rows OdbcEngine::Execute(std::string_view sql, std::span<const Value> parameters) {
   RequireLink();
   if (sql.find('\0') != std::string_view::npos) throw NulInStatementError();
@@ -202,17 +226,19 @@ Rows OdbcEngine::Execute(std::string_view sql, std::span<const Value> parameters
       throw NulInTextError();
     }
   }
-  const auto give_up = steady_clock::now() + kWaitOutsideTransaction;
-  for (;;) {
+  const auto give_up = waiting_.now() + kWaitOutsideTransaction;
+  std::optional<BriefLockWait> brief_lock_wait;
+  for (bool again = false;; again = true) {
     try {
       if (!in_transaction_) SetManualCommit(false);
+      if (again && !brief_lock_wait) brief_lock_wait.emplace(*this);
       return Run(sql, parameters);
     } catch (const OdbcFailure& failure) {
       const bool was_in_transaction = in_transaction_;
       const DatabaseError error = Judge(failure, sql);
-      if (!error.busy() || was_in_transaction || steady_clock::now() >= give_up) throw error;
+      if (!error.busy() || was_in_transaction || waiting_.now() >= give_up) throw error;
     }
-    std::this_thread::sleep_for(kPauseBetweenAttempts);
+    waiting_.pause(kPauseBetweenAttempts);
   }
 }
 
@@ -281,8 +307,8 @@ void OdbcEngine::Rollback() {
 
 }  // namespace
 
-std::unique_ptr<Engine> OpenOdbcEngine(const ConnectionString& connection_string) {
-  auto engine = std::make_unique<OdbcEngine>(connection_string);
+std::unique_ptr<Engine> OpenOdbcEngine(const ConnectionString& connection_string, const Waiting& waiting) {
+  auto engine = std::make_unique<OdbcEngine>(connection_string, waiting);
   engine->Open(connection_string.Without("provider"));
   return engine;
 }

@@ -13,6 +13,7 @@ namespace kx {
 // Transactions are isolated as READ COMMITTED. Inside one a statement waits a second for another session's
 // lock, where the system can be told so, and then fails as busy; outside, it is tried again for 12 seconds. A
 // failed statement leaves its transaction as it was, unless the system gave the transaction up.
-std::unique_ptr<Engine> OpenOdbcEngine(const ConnectionString& connection_string);
+std::unique_ptr<Engine> OpenOdbcEngine(const ConnectionString& connection_string,
+                                       const Waiting& waiting = {});
 
 }  // namespace kx

@@ -6,12 +6,12 @@
 
 namespace kx {
 
-std::unique_ptr<Engine> OpenEngine(const ConnectionString& connection_string) {
+std::unique_ptr<Engine> OpenEngine(const ConnectionString& connection_string, const Waiting& waiting) {
   const std::string* const provider = connection_string.Find("provider");
   if (provider != nullptr && EqualsIgnoringCase(*provider, "SQLite"))
-    return OpenSqliteEngine(connection_string);
+    return OpenSqliteEngine(connection_string, waiting);
   if (provider != nullptr && !EqualsIgnoringCase(*provider, "MSDASQL")) throw UnknownProviderError();
-  return OpenOdbcEngine(connection_string);
+  return OpenOdbcEngine(connection_string, waiting);
 }
 
 }  // namespace kx

@@ -6,7 +6,6 @@
 #include <chrono>
 #include <new>
 #include <optional>
-#include <thread>
 #include <unordered_map>
 
 #include "database/ascii.h"
@@ -91,7 +90,7 @@ TextKind KindOf(const char* declared_type) {
 
 class SqliteEngine final : public Engine {
  public:
-  explicit SqliteEngine(const Options& options) : options_(options) {
+  SqliteEngine(const Options& options, const Waiting& waiting) : options_(options), waiting_(waiting) {
     sqlite3* handle = nullptr;
     const int result =
         sqlite3_open_v2(options.file.c_str(), &handle,
@@ -133,7 +132,7 @@ class SqliteEngine final : public Engine {
     using is_transparent = void;
   };
 
-  static int OnBusy(void* self, int count);
+  static int OnBusy(void* self, int count) noexcept;
   Prepared& Prepare(std::string_view sql);
   void Bind(sqlite3_stmt* statement, std::span<const Value> parameters, std::string_view sql);
   void DescribeColumns(Prepared& prepared);
@@ -141,6 +140,7 @@ class SqliteEngine final : public Engine {
   [[noreturn]] void Throw(int result, std::string_view sql, const std::string& prefix = {});
 
   const Options options_;
+  const Waiting waiting_;
   std::unique_ptr<sqlite3, HandleCloser> handle_;
   // Statements by their text. Texts are few: their literals come as parameters.
   std::unordered_map<std::string, Prepared, TextHash, std::equal_to<>> statements_;
@@ -150,15 +150,15 @@ class SqliteEngine final : public Engine {
 
 constexpr std::size_t kMostStatements = 500;
 
-int SqliteEngine::OnBusy(void* self, int count) {
+int SqliteEngine::OnBusy(void* self, int count) noexcept {
   auto& engine = *static_cast<SqliteEngine*>(self);
-  const auto now = std::chrono::steady_clock::now();
+  const auto now = engine.waiting_.now();
   if (count == 0) engine.busy_since_ = now;
   const auto left = engine.busy_limit_ - (now - engine.busy_since_);
-  if (left <= std::chrono::nanoseconds::zero()) return 0;
+  if (left <= milliseconds::zero()) return 0;
   // Not longer for those who wait long: SQLite keeps no queue, and they would wait longest.
   constexpr milliseconds kPause{1};
-  std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(left, kPause));
+  engine.waiting_.pause(kPause);
   return 1;
 }
 
@@ -284,8 +284,8 @@ Rows SqliteEngine::Execute(std::string_view sql, std::span<const Value> paramete
 
 }  // namespace
 
-std::unique_ptr<Engine> OpenSqliteEngine(const ConnectionString& connection_string) {
-  return std::make_unique<SqliteEngine>(ParseOptions(connection_string));
+std::unique_ptr<Engine> OpenSqliteEngine(const ConnectionString& connection_string, const Waiting& waiting) {
+  return std::make_unique<SqliteEngine>(ParseOptions(connection_string), waiting);
 }
 
 }  // namespace kx

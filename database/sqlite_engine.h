@@ -12,6 +12,7 @@ namespace kx {
 //   Busy Timeout=<ms>          how long one attempt inside a transaction waits for another writer; 200
 //   Synchronous=Full           or Normal
 // An unknown keyword or value is an error that names it. A DatabaseError says why a file cannot be used.
-std::unique_ptr<Engine> OpenSqliteEngine(const ConnectionString& connection_string);
+std::unique_ptr<Engine> OpenSqliteEngine(const ConnectionString& connection_string,
+                                         const Waiting& waiting = {});
 
 }  // namespace kx

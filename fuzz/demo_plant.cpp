@@ -68,7 +68,8 @@ DemoPlant::DemoPlant() {
   ProcessHost() = {
       .now = [passed = std::chrono::sys_seconds()]() mutable { return passed += std::chrono::seconds(1); },
       .sleep = [](std::chrono::milliseconds) {},
-      .open_engine = [this](const ConnectionString&) { return std::make_unique<LentEngine>(*engine_); },
+      .open_engine = [this](const ConnectionString&,
+                            const Waiting&) { return std::make_unique<LentEngine>(*engine_); },
   };
   void* made = nullptr;
   Require(DllGetClassObject(CLSID_CKXData7Obj, IID_IClassFactory, &made) == S_OK, "a class factory");

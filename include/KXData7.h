@@ -377,8 +377,9 @@ KXDATA7_EXPORT HRESULT DllRegisterServer();
 KXDATA7_EXPORT HRESULT DllUnregisterServer();
 
 // Sets the function that the component runs, at least every 10 ms, while it waits for a busy database, on the
-// thread that called the component; null for none. It must not throw, and not call the waiting object (which
-// answers RPC_E_SERVERCALL_RETRYLATER).
+// thread that called the component; null for none. It must not throw (what it throws is lost), and not call
+// the waiting object (which answers RPC_E_SERVERCALL_RETRYLATER). It does not run while an ODBC driver works
+// or waits by itself: for a connection up to 15 s, for another session's lock up to a second at a time.
 KXDATA7_EXPORT void KXSetYieldHook(void (*hook)());
 
 #endif  // !_WIN32

@@ -1,5 +1,6 @@
 #include "session/host.h"
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -23,8 +24,20 @@ Host& ProcessHost() {
 
 void SetYieldHook(YieldHook hook) { yield_hook = hook; }
 
-void RunYieldHook() {
-  if (const YieldHook hook = yield_hook) hook();
+void RunYieldHook() noexcept {
+  const YieldHook hook = yield_hook;
+  if (hook == nullptr) return;
+  try {
+    hook();
+  } catch (...) {
+    // A hook must not throw; beneath it may be a database engine that knows no exceptions.
+  }
+}
+
+void WaitBriefly(const Host& host, std::chrono::milliseconds time) {
+  constexpr std::chrono::milliseconds kLongestSleep{10};
+  RunYieldHook();
+  host.sleep(std::min(time, kLongestSleep));
 }
 
 }  // namespace kx

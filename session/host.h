@@ -23,6 +23,10 @@ Host& ProcessHost();
 // The function run while a pause lasts, so that the hosting process stays responsive; null for none. At first
 // it dispatches the window messages of the calling thread. Any thread may set it at any time.
 void SetYieldHook(YieldHook hook);
-void RunYieldHook();
+void RunYieldHook() noexcept;  // what a hook throws ends there
+
+// Every wait of the component comes through here: runs the yield hook, then sleeps for `time`, but for 10 ms
+// at most.
+void WaitBriefly(const Host& host, std::chrono::milliseconds time);
 
 }  // namespace kx

@@ -60,14 +60,13 @@ DateTime GetServerTime(Session& session) {
 }
 
 void PauseMilliseconds(Session& session, std::int16_t milliseconds) {
-  constexpr std::chrono::milliseconds kLongestSleep{10};
-  Host& host = session.host();
+  const std::chrono::milliseconds time(milliseconds);
+  const Host& host = session.host();
   const auto start = host.now();
   for (;;) {
     const std::chrono::seconds passed = host.now() - start;
-    if (passed < std::chrono::seconds::zero() || passed >= std::chrono::milliseconds(milliseconds)) return;
-    RunYieldHook();
-    host.sleep(kLongestSleep);
+    if (passed < std::chrono::seconds::zero() || passed >= time) return;
+    WaitBriefly(host, time);
   }
 }
 

@@ -19,7 +19,9 @@ enum class DatabaseType : std::int32_t { kOracle = 0, kAccess = 1, kSqlServer = 
 // plant database. Every routine takes the session first. One caller at a time.
 class Session {
  public:
-  explicit Session(Host& host = ProcessHost()) : connection(host.open_engine), host_(host) {}
+  explicit Session(Host& host = ProcessHost())
+      : connection(host.open_engine, {.pause = [&host](auto time) { WaitBriefly(host, time); }}),
+        host_(host) {}
 
   DatabaseType database_type = DatabaseType::kOracle;
   bool trace_file_open = false;  // stays false while tracing is disabled

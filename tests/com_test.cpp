@@ -218,7 +218,7 @@ TEST(Com, ErrorsBelongToTheCallAndTheThread) {
 class ComBoundary : public testing::Test {
  protected:
   void Serve(std::function<void()> on_open) {
-    kx::ProcessHost().open_engine = [on_open](const kx::ConnectionString& to) {
+    kx::ProcessHost().open_engine = [on_open](const kx::ConnectionString& to, const kx::Waiting&) {
       on_open();
       return kx::OpenEngine(to);
     };

@@ -69,7 +69,11 @@ class PostgresTest : public ::testing::Test {
 
  protected:
   const std::string plant_ = server().ConnectionString(server().CreateDatabase());
-  std::unique_ptr<Engine> db_ = Open(plant_);
+  int pauses_ = 0;
+  std::unique_ptr<Engine> db_ = OpenOdbcEngine(ConnectionString::Parse(plant_), {.pause = [this](auto time) {
+                                                 ++pauses_;
+                                                 std::this_thread::sleep_for(time);
+                                               }});
 };
 
 TEST_F(PostgresTest, ValuesGoInAndComeBackAsTheyAre) {
@@ -250,8 +254,10 @@ TEST_F(PostgresTest, LockOfAnotherSession) {
     other->Commit();
   });
   EXPECT_EQ(Do("update t set i = i + 10 where id = 1").affected, 1);
+  EXPECT_GT(pauses_, 0);
   release.join();
   EXPECT_EQ(Row(*db_, "select i from t where id = 1")[0], Value(11));
+  EXPECT_EQ(Row(*db_, "show lock_timeout")[0], Value("1s"));
 }
 
 TEST_F(PostgresTest, DeadlockIsBusyForOneAndNothingForTheOther) {

@@ -85,8 +85,9 @@ void EngineWatch::FailAll(EngineCall kind, ErrorCategory category) {
 }
 
 EngineOpener WatchedOpener(EngineWatch& watch) {
-  return [&watch](const ConnectionString& connection_string) {
-    auto engine = OpenEngine(connection_string);
+  return [&watch](const ConnectionString& connection_string, const Waiting& waiting) {
+    auto engine =
+        OpenEngine(connection_string, watch.clock ? Waiting{watch.clock, waiting.pause} : Waiting());
     if (watch.after_open) watch.after_open(*engine);
     return std::make_unique<WatchedEngine>(std::move(engine), watch);
   };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <span>
 #include <string>
@@ -22,6 +23,8 @@ struct EngineWatch {
   std::span<const Value> parameters;
   std::string_view key_column;
   std::function<void()> after_commit;
+  // The clock that engines wait by, in the component's way. Without one they really wait.
+  std::function<std::chrono::steady_clock::time_point()> clock;
   std::function<void(Engine&)> after_open;  // with the real engine
 
   // Something happens just before the n-th call from now on, counted from 1; `failed_sql` then holds its
