@@ -38,6 +38,13 @@ DatabaseError TransactionEndedError() {
                        ErrorCategory::kTransactionEnded);
 }
 
+// A work that may be done must not be repeated unseen.
+DatabaseError UnknownOutcomeError() {
+  return DatabaseError(
+      "The link to the database was lost during the commit: the outcome of the commit is unknown.",
+      ErrorCategory::kUnknownOutcome, 0, "08007");
+}
+
 DatabaseError NulInStatementError() { return DatabaseError("The statement holds a NUL character."); }
 
 DatabaseError NulInTextError() { return DatabaseError("A text holds a NUL character."); }

@@ -10,6 +10,7 @@ enum class ErrorCategory {
   kGeneral,
   kBusy,              // another session holds what was needed; the same work can succeed later
   kTransactionEnded,  // the engine gave up the transaction by itself; only a roll back helps
+  kUnknownOutcome,    // the link went while a commit was under way: kept or not, nobody can say
 };
 
 // The one exception for database and run-time errors. `description` is the clear text that reaches a client.
@@ -45,6 +46,7 @@ DatabaseError ClosedError();
 DatabaseError RowGoneError();
 DatabaseError UnknownProviderError();
 DatabaseError TransactionEndedError();
+DatabaseError UnknownOutcomeError();
 DatabaseError NulInStatementError();
 DatabaseError NulInTextError();
 

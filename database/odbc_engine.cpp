@@ -285,13 +285,14 @@ void OdbcEngine::Commit() {
     EndTransaction(SQL_COMMIT);
   } catch (const OdbcFailure& failure) {
     const DatabaseError error = Judge(failure);
+    if (lost_) throw UnknownOutcomeError();
     if (in_transaction_ && !(error.busy() && dbms_->commit_can_be_repeated)) {
       SQLEndTran(SQL_HANDLE_DBC, link(), SQL_ROLLBACK);
       in_transaction_ = false;
     }
     throw error;
   }
-  RequireLink();
+  if (lost_) throw UnknownOutcomeError();
 }
 
 // With the link the transaction is gone, too.

@@ -16,6 +16,7 @@ bool Retry(Session& session, void (Connection::*operation)()) {
       (session.connection.*operation)();
       return true;
     } catch (const DatabaseError& error) {
+      if (error.category() == ErrorCategory::kUnknownOutcome) throw;
       const bool hopeless =
           error.category() == ErrorCategory::kTransactionEnded || session.connection.transaction_ended();
       if (hopeless || attempt == kAttempts) return false;

@@ -5,7 +5,8 @@
 namespace kx {
 
 // Begin, commit and roll back, each tried up to twelve times about a second apart; an operation on a
-// transaction that the database has already ended fails at once. False: given up.
+// transaction that the database has already ended fails at once. False: given up. A commit whose outcome is
+// unknown is no attempt that failed: it is raised as the DatabaseError that says so.
 bool BeginTransaction(Session& session);
 bool CommitTransaction(Session& session);
 bool RollbackTransaction(Session& session);

@@ -158,6 +158,17 @@ TEST(SchemaTest, TheToolReadsTheTablesOfEveryFile) {
   }
 }
 
+// Oracle before 12.2 takes no longer ones, and the files name everything alike.
+TEST(SchemaTest, NoNameIsLongerThanThirtyCharacters) {
+  static const std::regex kName(R"(\b[A-Z_][A-Z0-9_]{30,}\b)");
+  for (const auto& [name, types] : kTypes) {
+    for (const std::string& statement : Statements(name)) {
+      std::smatch match;
+      EXPECT_FALSE(std::regex_search(statement, match, kName)) << name << ": " << match.str();
+    }
+  }
+}
+
 // The key of table T_X is read back from sequence S_X.
 TEST(SchemaTest, OracleHasASequenceForEveryTable) {
   const Schema oracle = Read("oracle");
