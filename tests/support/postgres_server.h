@@ -9,7 +9,7 @@
 
 namespace kx::test {
 
-// A PostgreSQL server of the test's own: a new cluster in a temporary folder, listening on a free port of the
+// A PostgreSQL server of the test's own: a new cluster in a temporary folder, listening on a free port of a
 // loopback address alone, with the superuser `plant` who needs no password. It never runs as root. The
 // destructor stops it and removes the folder. Started by the thread that lives longest: it ends with it.
 class PostgresServer {
@@ -30,21 +30,41 @@ class PostgresServer {
   // Ends all processes of the server at once, as a failing machine would.
   void Kill();
   // Starts the server again, on the same port and folder, and waits until it takes connections.
-  void Start();
+  void Start() { Start(server_); }
+
+  // A second server that has every commit before it is answered. The connection string then names both and
+  // leads to the one that can be written to.
+  void AddStandby();
+  // Makes the standby the server in place of the one that was killed.
+  void PromoteStandby();
 
  private:
+  struct Cluster {
+    std::filesystem::path data;
+    std::string address;  // empty: there is none
+    pid_t process = 0;    // 0: not running
+  };
+
   std::string FindPrograms() const;
+  Cluster NewCluster();
   void MakeCluster();
   // Runs a program of PostgreSQL as the server's account, with its output in the log file.
   pid_t Spawn(const std::vector<std::string>& command) const;
+  void RunToEnd(const std::vector<std::string>& command) const;
+  void Start(Cluster& cluster);
+  static void Kill(Cluster& cluster);
+  static void Stop(Cluster& cluster) noexcept;
+  std::string ConnectionStringOf(const std::string& addresses, std::string_view database,
+                                 std::string_view account) const;
   std::string Log() const;
   void Stop() noexcept;
 
   std::filesystem::path folder_;
   std::string programs_;  // folder
-  int port_ = 0;
+  int port_ = 0;          // of all clusters
   bool durable_ = false;
-  pid_t server_ = 0;  // 0: not running
+  Cluster server_, standby_;
+  int clusters_ = 0;
   int databases_ = 0;
 };
 

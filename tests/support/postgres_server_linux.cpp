@@ -16,6 +16,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "database/database_error.h"
 #include "database/odbc_engine.h"
@@ -80,6 +81,10 @@ std::vector<pid_t> ChildrenOf(pid_t parent) {
   return children;
 }
 
+std::unique_ptr<Engine> Open(const std::string& connection_string) {
+  return OpenOdbcEngine(kx::ConnectionString::Parse(connection_string));
+}
+
 template <class Condition>
 bool WaitUntil(Condition condition) {
   for (const auto end = steady_clock::now() + kLongestWait; !condition();
@@ -96,6 +101,7 @@ PostgresServer::PostgresServer(bool durable)
   std::string name = (fs::temp_directory_path() / "kxdata7-postgres-XXXXXX").string();
   if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
   folder_ = name;
+  server_ = NewCluster();
   try {
     MakeCluster();
     Start();
@@ -118,17 +124,18 @@ std::string PostgresServer::FindPrograms() const {
   return found.string();
 }
 
+PostgresServer::Cluster PostgresServer::NewCluster() {
+  const std::string number = std::to_string(++clusters_);
+  return {folder_ / ("data" + number), "127.0.0." + number};
+}
+
 void PostgresServer::MakeCluster() {
   const Account account = ServerAccount();
   if (geteuid() == 0 && chown(folder_.c_str(), account.user, account.group) != 0) {
     throw std::runtime_error("the temporary folder cannot be given to the server's account");
   }
-  const pid_t initdb =
-      Spawn({programs_ + "/initdb", "--pgdata=" + (folder_ / "data").string(), "--username=plant",
-             "--auth=trust", "--encoding=UTF8", "--no-locale", "--no-sync", "--no-instructions"});
-  int status = 0;
-  waitpid(initdb, &status, 0);
-  if (status != 0) throw std::runtime_error("initdb failed: " + Log());
+  RunToEnd({programs_ + "/initdb", "--pgdata=" + server_.data.string(), "--username=plant", "--auth=trust",
+            "--encoding=UTF8", "--no-locale", "--no-sync", "--no-instructions"});
 }
 
 pid_t PostgresServer::Spawn(const std::vector<std::string>& command) const {
@@ -157,23 +164,30 @@ pid_t PostgresServer::Spawn(const std::vector<std::string>& command) const {
   _exit(127);
 }
 
-void PostgresServer::Start() {
-  std::vector<std::string> command = {programs_ + "/postgres", "-D", (folder_ / "data").string(), "-p",
+void PostgresServer::RunToEnd(const std::vector<std::string>& command) const {
+  int status = 0;
+  waitpid(Spawn(command), &status, 0);
+  if (status != 0) throw std::runtime_error(command.front() + " failed: " + Log());
+}
+
+void PostgresServer::Start(Cluster& cluster) {
+  std::vector<std::string> command = {programs_ + "/postgres", "-D", cluster.data.string(), "-p",
                                       std::to_string(port_)};
   const auto set = [&](std::initializer_list<const char*> settings) {
     for (const char* setting : settings) command.insert(command.end(), {"-c", setting});
   };
-  set({"listen_addresses=127.0.0.1", "unix_socket_directories=", "shared_buffers=32MB"});
-  if (!durable_) set({"fsync=off", "full_page_writes=off", "wal_level=minimal", "max_wal_senders=0"});
-  server_ = Spawn(command);
+  set({"unix_socket_directories=", "shared_buffers=32MB"});
+  command.insert(command.end(), {"-c", "listen_addresses=" + cluster.address});
+  if (!durable_) set({"fsync=off", "full_page_writes=off"});
+  cluster.process = Spawn(command);
   std::string reason;
   const bool ready = WaitUntil([&] {
-    if (waitpid(server_, nullptr, WNOHANG) != 0) {
-      server_ = 0;
+    if (waitpid(cluster.process, nullptr, WNOHANG) != 0) {
+      cluster.process = 0;
       throw std::runtime_error("PostgreSQL did not start: " + Log());
     }
     try {
-      OpenOdbcEngine(kx::ConnectionString::Parse(ConnectionString()));
+      Open(ConnectionStringOf(cluster.address, "postgres", "plant"));
       return true;
     } catch (const DatabaseError& error) {
       reason = error.description();
@@ -183,27 +197,56 @@ void PostgresServer::Start() {
   if (!ready) throw std::runtime_error("PostgreSQL takes no connections: " + reason + " " + Log());
 }
 
-std::string PostgresServer::ConnectionString(std::string_view database, std::string_view account) const {
-  return "Driver={PostgreSQL Unicode};Server=127.0.0.1;Port=" + std::to_string(port_) +
+std::string PostgresServer::ConnectionStringOf(const std::string& addresses, std::string_view database,
+                                               std::string_view account) const {
+  return "Driver={PostgreSQL Unicode};Server=" + addresses + ";Port=" + std::to_string(port_) +
          ";Database=" + std::string(database) + ";Uid=" + std::string(account);
+}
+
+std::string PostgresServer::ConnectionString(std::string_view database, std::string_view account) const {
+  if (standby_.address.empty()) return ConnectionStringOf(server_.address, database, account);
+  return ConnectionStringOf(server_.address + "," + standby_.address, database, account) +
+         ";pqopt={target_session_attrs=read-write}";
+}
+
+void PostgresServer::AddStandby() {
+  standby_ = NewCluster();
+  RunToEnd({programs_ + "/pg_basebackup", "--pgdata=" + standby_.data.string(), "--host=" + server_.address,
+            "--port=" + std::to_string(port_), "--username=plant", "--write-recovery-conf",
+            "--checkpoint=fast", "--no-sync"});
+  Start(standby_);
+  const auto link = Open(ConnectionString());
+  link->Execute("ALTER SYSTEM SET synchronous_standby_names = '*'", {});
+  link->Execute("SELECT pg_reload_conf()", {});
+  const bool ready = WaitUntil([&] {
+    return link->Execute("SELECT 1 FROM pg_stat_replication WHERE sync_state = 'sync'", {}).count() == 1;
+  });
+  if (!ready) throw std::runtime_error("the standby does not follow: " + Log());
+}
+
+void PostgresServer::PromoteStandby() {
+  RunToEnd({programs_ + "/pg_ctl", "promote", "--pgdata=" + standby_.data.string()});
+  fs::remove_all(server_.data);
+  server_ = std::exchange(standby_, {});
 }
 
 std::string PostgresServer::CreateDatabase(std::string_view copy_of) {
   std::string name = "plant" + std::to_string(++databases_);
-  OpenOdbcEngine(kx::ConnectionString::Parse(ConnectionString()))
-      ->Execute("CREATE DATABASE " + name + " TEMPLATE " + std::string(copy_of), {});
+  Open(ConnectionString())->Execute("CREATE DATABASE " + name + " TEMPLATE " + std::string(copy_of), {});
   return name;
 }
 
+void PostgresServer::Kill() { Kill(server_); }
+
 // The server's children live in sessions of their own; held still, it can neither make new ones nor clean up.
-void PostgresServer::Kill() {
-  if (server_ == 0) return;
-  kill(server_, SIGSTOP);
-  const std::vector<pid_t> children = ChildrenOf(server_);
+void PostgresServer::Kill(Cluster& cluster) {
+  if (cluster.process == 0) return;
+  kill(cluster.process, SIGSTOP);
+  const std::vector<pid_t> children = ChildrenOf(cluster.process);
   for (const pid_t child : children) kill(child, SIGKILL);
-  kill(server_, SIGKILL);
-  waitpid(server_, nullptr, 0);
-  server_ = 0;
+  kill(cluster.process, SIGKILL);
+  waitpid(cluster.process, nullptr, 0);
+  cluster.process = 0;
   const bool gone = WaitUntil([&] {
     for (const pid_t child : children) {
       const char state = ReadProcess("/proc/" + std::to_string(child)).state;
@@ -214,12 +257,16 @@ void PostgresServer::Kill() {
   if (!gone) throw std::runtime_error("a process of PostgreSQL cannot be ended");
 }
 
+void PostgresServer::Stop(Cluster& cluster) noexcept {
+  if (cluster.process == 0) return;
+  kill(cluster.process, SIGQUIT);
+  if (!WaitUntil([&] { return waitpid(cluster.process, nullptr, WNOHANG) != 0; })) Kill(cluster);
+  cluster.process = 0;
+}
+
 void PostgresServer::Stop() noexcept {
-  if (server_ != 0) {
-    kill(server_, SIGQUIT);
-    if (!WaitUntil([&] { return waitpid(server_, nullptr, WNOHANG) != 0; })) Kill();
-    server_ = 0;
-  }
+  Stop(standby_);
+  Stop(server_);
   std::error_code ignored;
   fs::remove_all(folder_, ignored);
 }
