@@ -5,6 +5,9 @@
 #include <charconv>
 #include <ostream>
 
+#include "database/text.h"
+#include "views/words.h"
+
 namespace kx::tool {
 namespace {
 
@@ -31,6 +34,13 @@ std::string CellText(const Value& value, bool csv) {
     text = quoted + '"';
   }
   return text;
+}
+
+std::string JsonCell(const Value& value) {
+  if (value.IsNull()) return "null";
+  if (std::holds_alternative<std::int64_t>(value.data())) return value.ToText();
+  if (const auto* number = std::get_if<double>(&value.data())) return FloatText(*number, true);
+  return JsonText(value.ToText());
 }
 
 bool IsNumber(const Value& value) {
@@ -62,14 +72,29 @@ void PrintAligned(std::ostream& output, const std::vector<std::vector<std::strin
 
 }  // namespace
 
-void Table::Print(std::ostream& output, bool csv) const {
+std::string Table::JsonRow(std::size_t row) const {
+  std::string text = "{";
+  for (std::size_t i = 0; i < titles_.size(); ++i)
+    Append(text, i == 0 ? "" : ", ", JsonText(titles_[i]), ": ", JsonCell(rows_[row][i]));
+  return text + "}";
+}
+
+void Table::Print(std::ostream& output, Format format) const {
+  if (format == Format::kJson) {
+    output << '[';
+    for (std::size_t row = 0; row < rows_.size(); ++row)
+      output << (row == 0 ? "\n  " : ",\n  ") << JsonRow(row);
+    output << (rows_.empty() ? "]" : "\n]");
+    return;
+  }
+  const bool csv = format == Format::kCsv;
   std::vector<std::vector<std::string>> lines = {titles_};
   std::vector<bool> right(titles_.size(), !rows_.empty());
   for (const auto& row : rows_) {
     auto& line = lines.emplace_back();
     for (std::size_t i = 0; i < row.size(); ++i) {
       line.push_back(CellText(row[i], csv));
-      right[i] = right[i] && IsNumber(row[i]);
+      right[i] = i >= right_from_ || (right[i] && IsNumber(row[i]));
     }
   }
   if (!csv) return PrintAligned(output, lines, right);
