@@ -25,14 +25,15 @@ if(CMAKE_CROSSCOMPILING)
 endif()
 
 add_executable(kxdata7 tools/main.cpp)
-target_link_libraries(kxdata7 PRIVATE kxdata7_tool kxdata7_cli)
-target_compile_definitions(kxdata7 PRIVATE KXDATA7_VERSION="${PROJECT_VERSION}")
+target_link_libraries(kxdata7_tool PUBLIC kxdata7_cli)
+target_link_libraries(kxdata7 PRIVATE kxdata7_tool)
+target_compile_definitions(kxdata7_tool PRIVATE KXDATA7_VERSION="${PROJECT_VERSION}")
 # Without the component the tool does only half of its work.
 add_dependencies(kxdata7 KXData7)
 
 # Where the tool finds the library of its own installation, from its folder.
 file(RELATIVE_PATH library_folder /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
-set_property(SOURCE ${PROJECT_SOURCE_DIR}/plant/component.cpp APPEND
+set_property(SOURCE ${PROJECT_SOURCE_DIR}/plant/client.cpp APPEND
              PROPERTY COMPILE_DEFINITIONS KXDATA7_LIBRARY_FOLDER="${library_folder}"
                                     KXDATA7_LIBRARY_NAME="$<TARGET_FILE_NAME:KXData7>")
 

@@ -11,7 +11,7 @@ namespace {
 class ErrorInfo final : public Unknown<IErrorInfo> {
  public:
   explicit ErrorInfo(std::string_view description)
-      : description_(kxdata7::FromUtf8(description)), source_(kxdata7::FromUtf8(kProgId)) {}
+      : description_(kxdata7::ToOleString(description)), source_(kxdata7::ToOleString(kProgId)) {}
 
   HRESULT STDMETHODCALLTYPE GetGUID(GUID* pGUID) override {
     if (pGUID == nullptr) return E_POINTER;

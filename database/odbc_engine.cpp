@@ -8,7 +8,7 @@
 #include "database/odbc_dbms.h"
 #include "database/odbc_handles.h"
 #include "database/odbc_statement.h"
-#include "database/utf.h"
+#include "kxdata7/text.h"
 
 namespace kx {
 namespace {
@@ -113,7 +113,7 @@ void OdbcEngine::Disconnect() {
 }
 
 std::string OdbcEngine::Connect(const std::string& text) {
-  std::u16string wide = Utf8ToUtf16(text);
+  std::u16string wide = kxdata7::ToUtf16(text);
   std::u16string completed(4096, u'\0');
   SQLSMALLINT length = 0;
   connection_.Check(SQLSetConnectAttrW(link(), SQL_ATTR_LOGIN_TIMEOUT, AttributeValue(kConnectSeconds), 0));
@@ -123,7 +123,7 @@ std::string OdbcEngine::Connect(const std::string& text) {
   connected_ = true;
   statement_.emplace(SQL_HANDLE_STMT, link());
   completed.resize(std::min(completed.find(u'\0'), completed.size()));
-  return Utf16ToUtf8(completed);
+  return kxdata7::ToUtf8(completed);
 }
 
 void OdbcEngine::Open(const std::string& connection_text) {
@@ -134,9 +134,9 @@ void OdbcEngine::Open(const std::string& connection_text) {
     connection_.Check(SQLGetInfoW(link(), SQL_DBMS_NAME, name.data(),
                                   static_cast<SQLSMALLINT>(name.size() * sizeof(char16_t)), &bytes));
     name.resize(std::min(name.find(u'\0'), name.size()));
-    dbms_ = FindDbms(Utf16ToUtf8(name));
+    dbms_ = FindDbms(kxdata7::ToUtf8(name));
     if (dbms_ == nullptr) {
-      throw DatabaseError("The database system \"" + Utf16ToUtf8(name) + "\" is not supported.");
+      throw DatabaseError("The database system \"" + kxdata7::ToUtf8(name) + "\" is not supported.");
     }
     PrepareSession(connection_text, completed);
   } catch (const OdbcFailure& failure) {

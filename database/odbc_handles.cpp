@@ -3,7 +3,7 @@
 #include <new>
 #include <optional>
 
-#include "database/utf.h"
+#include "kxdata7/text.h"
 
 namespace kx {
 namespace {
@@ -38,7 +38,7 @@ std::optional<OdbcFailure> ReadRecord(SQLSMALLINT type, SQLHANDLE handle, SQLSMA
   }
   state.resize(SQL_SQLSTATE_SIZE);
   text.resize(std::min(text.find(u'\0'), text.size()));
-  return OdbcFailure{Utf16ToUtf8(state), native_code, InOneLine(Utf16ToUtf8(text))};
+  return OdbcFailure{kxdata7::ToUtf8(state), native_code, InOneLine(kxdata7::ToUtf8(text))};
 }
 
 }  // namespace

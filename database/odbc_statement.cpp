@@ -4,7 +4,7 @@
 #include <charconv>
 #include <limits>
 
-#include "database/utf.h"
+#include "kxdata7/text.h"
 
 namespace kx {
 namespace {
@@ -36,7 +36,7 @@ void OdbcStatement::BindData(Parameter& parameter, SQLSMALLINT c_type, SQLSMALLI
 }
 
 void OdbcStatement::BindText(Parameter& parameter, std::string_view text) {
-  parameter.text = Utf8ToUtf16(text);
+  parameter.text = kxdata7::ToUtf16(text);
   const std::size_t length = parameter.text.size();
   const auto bytes = static_cast<SQLLEN>(length * sizeof(char16_t));
   parameter.indicator = bytes;
@@ -73,7 +73,7 @@ void OdbcStatement::Bind(const Value& value, bool time_as_text) {
 
 // Every result is asked for: a batch shows its later errors only then.
 Rows OdbcStatement::Run(std::string_view sql) {
-  std::u16string text = Utf8ToUtf16(sql);
+  std::u16string text = kxdata7::ToUtf16(sql);
   Rows rows;
   SQLRETURN result = SQLExecDirectW(handle_.get(), ToSqlText(text), static_cast<SQLINTEGER>(text.size()));
   do {
@@ -113,7 +113,7 @@ OdbcStatement::Column OdbcStatement::Describe(SQLUSMALLINT number, std::string& 
   handle_.Check(SQLDescribeColW(handle_.get(), number, ToSqlText(text), static_cast<SQLSMALLINT>(text.size()),
                                 &length, &type, &size, &decimals, &nullable));
   text.resize(std::min(text.find(u'\0'), text.size()));
-  name = Utf16ToUtf8(text);
+  name = kxdata7::ToUtf8(text);
 
   switch (type) {
     case SQL_BIT:
@@ -194,7 +194,7 @@ Value OdbcStatement::FetchText(const Column& column) const {
     text.append(piece.data(), filled ? piece.size() - 1 : static_cast<std::size_t>(bytes) / sizeof(char16_t));
     if (!filled) break;
   }
-  return Utf16ToUtf8(text);
+  return kxdata7::ToUtf8(text);
 }
 
 }  // namespace kx

@@ -66,7 +66,7 @@ void RunEvents(DemoPlant& plant, std::string_view input) {
     const LONG machine = 1 + byte(2) % 4;
     time = time.AddSeconds(std::int64_t{byte(3)} * 200 - 1000);
     // What is no UTF-8 cannot be said in a BSTR.
-    const std::string param = kxdata7::ToUtf8(kxdata7::FromUtf8(line.substr(4)));
+    const std::string param = kxdata7::ToUtf8(kxdata7::ToOleString(line.substr(4)));
     Append(plant, machine, command, byte(1) % 4, param);
     if (Waiting(plant) == 0) {
       const Value values[] = {command == -1 ? Value() : Value(command), machine, byte(1) % 4, param};

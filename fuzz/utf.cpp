@@ -35,14 +35,14 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   const std::u16string valid = WithoutLoneSurrogates(units);
   Require(kx::Utf8ToUtf16(encoded) == valid, "UTF-16 comes back");
   Require(kxdata7::ToUtf8(units) == encoded, "the header encodes likewise");
-  Require(kxdata7::FromUtf8(encoded) == valid, "the header decodes likewise");
+  Require(kxdata7::ToOleString(encoded) == valid, "the header decodes likewise");
 
   const std::string bytes(reinterpret_cast<const char*>(data), size);
   const std::u16string decoded = kx::Utf8ToUtf16(bytes);
   Require(decoded == WithoutLoneSurrogates(decoded), "no lone surrogate comes of UTF-8");
   if (decoded.find(u'\uFFFD') == decoded.npos) {
     Require(kx::Utf16ToUtf8(decoded) == bytes, "UTF-8 comes back");
-    Require(kxdata7::FromUtf8(bytes) == decoded, "the header reads valid UTF-8 likewise");
+    Require(kxdata7::ToOleString(bytes) == decoded, "the header reads valid UTF-8 likewise");
   }
   return 0;
 }

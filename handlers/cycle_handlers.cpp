@@ -10,6 +10,7 @@
 #include "machinedata/records.h"
 #include "machinedata/segments.h"
 #include "session/messages.h"
+#include "session/options.h"
 #include "session/sql_dialect.h"
 #include "shifts/current_record.h"
 #include "shifts/shift_info.h"
@@ -52,7 +53,7 @@ Outcome EndCycle(Session& session, const MdcLogItem& item) {
   if (!StopEvents(session, item, {command_type::kCycle})) return Outcome::kLocked;
   Recordset record = OpenMachineData(session, current);
   if (CloseSegment(record, kCycleSegment, item.time_stamp)) AddToCount(record, "FINISHED_CYCLES", 1);
-  if (!IsRunning(record, kIdleSegment)) record.Set(kIdleSegment.start, item.time_stamp);
+  BeginIdle(record, item.time_stamp);
   record.Update();
   SetMachineStatus(session, machine_id, MachineStatus::kIdle, item.time_stamp);
   return Outcome::kDone;
@@ -62,9 +63,9 @@ Outcome EndCycle(Session& session, const MdcLogItem& item) {
 
 bool IsCycleLocked(Session& session, std::int32_t machine_id) {
   const std::string_view hint = NoLockHint(session);
-  const auto option = [&](std::string_view code) {
-    return Concat("(Select BOOL_VAL from T_SFC_OPTION ", hint, " where APP_CODE=2 and OPTION_CODE = ", code,
-                  ")");
+  const auto option_value = [&](std::int32_t code) {
+    return Concat("(Select BOOL_VAL from T_SFC_OPTION ", hint, " where APP_CODE=", option::kApplication,
+                  " and OPTION_CODE = ", code, ")");
   };
   // Only machine downtimes: a user downtime beside one must not make this more than one row.
   const std::string downtime_code_lock = Concat(
@@ -72,8 +73,8 @@ bool IsCycleLocked(Session& session, std::int32_t machine_id) {
       " where DOWNTIME_CODE_ID=(select DOWNTIME_CODE_ID from T_SFC_DT_PER_MACHINE_DATA ", hint,
       " where MACHINE_DATA_ID = m.MACHINE_DATA_ID and STOP_TIME is null  and DOWNTIME_TYPE_CODE = 0))");
   const std::string lock =
-      SqlIif(session, StatusIs(MachineStatus::kSetup), option("4"),
-             SqlIif(session, StatusIs(MachineStatus::kTeardown), option("5"),
+      SqlIif(session, StatusIs(MachineStatus::kSetup), option_value(option::kSetupLocksCycles),
+             SqlIif(session, StatusIs(MachineStatus::kTeardown), option_value(option::kTeardownLocksCycles),
                     SqlIif(session, StatusIs(MachineStatus::kDowntime), downtime_code_lock, "0")));
   return GetScalarText(session, Concat("Select ", lock, " AS CYCLE_LOCK from T_SFC_MACHINE m ", hint,
                                        " where MACHINE_ID=", machine_id)) == "1";

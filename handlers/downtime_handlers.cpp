@@ -1,6 +1,5 @@
 #include "handlers/downtime_handlers.h"
 
-#include "database/text.h"
 #include "handlers/frame.h"
 #include "machinedata/downtime_rows.h"
 #include "machinedata/lookups.h"
@@ -8,7 +7,6 @@
 #include "machinedata/records.h"
 #include "machinedata/segments.h"
 #include "session/messages.h"
-#include "session/sql_dialect.h"
 #include "shifts/current_record.h"
 #include "shifts/shift_info.h"
 
@@ -40,13 +38,8 @@ bool StopEventsBefore(Session& session, const MdcLogItem& item, const Downtime& 
 void AddDowntimeRow(Session& session, const MdcLogItem& item, std::int32_t machine_data_id,
                     DowntimeType type) {
   const std::int32_t code_id = GetDowntimeCodeID(session, item.param, type);
-  Recordset row = OpenRecordset(session, Concat("select * from T_SFC_DT_PER_MACHINE_DATA ",
-                                                NoLockHint(session), " where DT_PER_MACHINE_DATA_ID = 0"));
-  row.AddNew();
-  row.Set("MACHINE_DATA_ID", machine_data_id);
-  row.Set("START_TIME", item.time_stamp);
-  row.Set("STOP_TIME", Value());
-  row.Set("DURATION", 0);
+  Recordset row = OpenNewDowntimes(session);
+  BeginDowntime(row, machine_data_id, item.time_stamp);
   row.Set("DOWNTIME_TYPE_CODE", static_cast<std::int32_t>(type));
   if (code_id != -1) {
     row.Set("DOWNTIME_CODE_ID", code_id);
@@ -101,7 +94,7 @@ bool DoEnd(Session& session, const MdcLogItem& item, std::string& error, const D
     StopFirstDowntime(session, current, kind.type, time);
     if (kind.is_machine_status) {
       Recordset record = OpenMachineData(session, current);
-      if (!IsRunning(record, kIdleSegment)) record.Set(kIdleSegment.start, time);
+      BeginIdle(record, time);
       record.Update();
       SetMachineStatus(session, machine_id, MachineStatus::kIdle, time);
     }

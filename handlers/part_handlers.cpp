@@ -18,7 +18,7 @@ bool CutCycle(Session& session, const MdcLogItem& item, std::int32_t machine_dat
   Recordset record = OpenMachineData(session, machine_data_id);
   if (!IsRunning(record, kCycleSegment)) return true;
   CloseUnfinishedCycle(record, item.time_stamp);
-  if (!IsRunning(record, kIdleSegment)) record.Set(kIdleSegment.start, item.time_stamp);
+  BeginIdle(record, item.time_stamp);
   record.Update();
   if (!StopEvents(session, item, {command_type::kCycle})) return false;
   SetMachineStatus(session, item.place.machine_id, MachineStatus::kIdle, item.time_stamp);

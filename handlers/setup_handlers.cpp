@@ -67,7 +67,7 @@ bool DoEnd(Session& session, const MdcLogItem& item, std::string& error, const P
     if (!StopEvents(session, item, {kind.command_type})) return Outcome::kLocked;
     Recordset record = OpenMachineData(session, current);
     CloseSegment(record, kind.own, item.time_stamp);
-    if (!IsRunning(record, kIdleSegment)) record.Set(kIdleSegment.start, item.time_stamp);
+    BeginIdle(record, item.time_stamp);
     record.Update();
     SetMachineStatus(session, machine_id, MachineStatus::kIdle, item.time_stamp);
     return Outcome::kDone;

@@ -199,13 +199,6 @@ Recording ReadShdr(std::istream& input) {
   return recording;
 }
 
-DateTime PlantTime(std::time_t seconds) {
-  std::tm local{};
-  if (!ToLocalTime(seconds, local)) throw ToolError("the time lies out of range");
-  return DateTime(local.tm_year + 1900, static_cast<unsigned>(local.tm_mon + 1),
-                  static_cast<unsigned>(local.tm_mday), local.tm_hour, local.tm_min, local.tm_sec);
-}
-
 DateTime ParseRecordedTime(std::string_view text) {
   const bool utc = text.ends_with('Z');
   const auto time = DateTime::Parse(utc ? text.substr(0, text.size() - 1) : text);

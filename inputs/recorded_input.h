@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
 #include <istream>
 #include <optional>
 #include <string>
@@ -46,9 +45,6 @@ Recording ReadCsv(std::istream& input);
 // gives starting values, and only its program is an event. Empty lines and lines that begin with * are
 // skipped.
 Recording ReadShdr(std::istream& input);
-
-// The plant time of seconds since 1970, by the time zone of the process.
-DateTime PlantTime(std::time_t seconds);
 
 // The plant time of a text: as it stands, or with a Z at its end from UTC by the time zone of the process.
 // Fractions of a second are dropped. A ToolError when it is no date and time.

@@ -75,8 +75,9 @@ bool ValidateMachineDataRecord(Session& session, std::int32_t machine_data_id) {
 
 void CompleteMachineDataRecord(Session& session, std::int32_t machine_data_id) {
   if (!ValidateMachineDataRecord(session, machine_data_id)) return;
-  ExecuteSql(session, Concat("update T_SFC_MACHINE_DATA  set STATUS_CODE = 2 where MACHINE_DATA_ID = ",
-                             machine_data_id));
+  ExecuteSql(session, Concat("update T_SFC_MACHINE_DATA  set STATUS_CODE = ",
+                             static_cast<std::int16_t>(RecordStatus::kComplete),
+                             " where MACHINE_DATA_ID = ", machine_data_id));
 }
 
 }  // namespace kx

@@ -6,9 +6,6 @@
 
 namespace kx {
 
-// What STATUS_CODE of a machine data record says.
-enum class RecordStatus : std::int16_t { kOpen = 0, kClosed = 1, kComplete = 2 };
-
 // Folds the running segments and open downtimes of a record into its totals as of `stop_time` and marks it
 // closed. CYCLE_TIME counts minutes, the other totals and a downtime's DURATION hours.
 void PrepareMachineDataRecordForCompletion(Session& session, std::int32_t machine_data_id,

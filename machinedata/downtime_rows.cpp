@@ -18,6 +18,19 @@ void StopCurrentRow(Recordset& downtime, DateTime stop_time) {
 
 }  // namespace
 
+Recordset OpenNewDowntimes(Session& session) {
+  return OpenRecordset(session, Concat("select * from T_SFC_DT_PER_MACHINE_DATA ", NoLockHint(session),
+                                       " where DT_PER_MACHINE_DATA_ID = 0"));
+}
+
+void BeginDowntime(Recordset& downtimes, std::int32_t machine_data_id, DateTime start_time) {
+  downtimes.AddNew();
+  downtimes.Set("MACHINE_DATA_ID", machine_data_id);
+  downtimes.Set("START_TIME", start_time);
+  downtimes.Set("STOP_TIME", Value());
+  downtimes.Set("DURATION", 0);
+}
+
 Recordset OpenRunningDowntimes(Session& session, std::int32_t machine_data_id,
                                std::optional<DowntimeType> type) {
   std::string sql = Concat("select * from T_SFC_DT_PER_MACHINE_DATA ", NoLockHint(session),

@@ -3,10 +3,17 @@
 #include <cstdint>
 #include <optional>
 
-#include "machinedata/lookups.h"
 #include "session/session.h"
 
 namespace kx {
+
+// What DOWNTIME_TYPE_CODE of a downtime row says.
+enum class DowntimeType : std::int32_t { kMachine = 0, kUser = 1 };
+
+// A recordset for new downtime rows, and in it a new row of a record that runs from `start_time` on. The rest
+// of the row is the caller's, and its Update.
+Recordset OpenNewDowntimes(Session& session);
+void BeginDowntime(Recordset& downtimes, std::int32_t machine_data_id, DateTime start_time);
 
 // The downtime rows of a record that have no STOP_TIME, of one type or of any.
 Recordset OpenRunningDowntimes(Session& session, std::int32_t machine_data_id,

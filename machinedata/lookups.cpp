@@ -1,6 +1,7 @@
 #include "machinedata/lookups.h"
 
 #include "database/text.h"
+#include "machinedata/downtime_rows.h"
 #include "session/sql_dialect.h"
 
 namespace kx {

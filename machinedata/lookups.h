@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "kxdata7/events.h"
 #include "session/session.h"
 
 namespace kx {
@@ -24,10 +25,8 @@ struct PartKey {
 };
 PartKey GetPartID(Session& session, std::string_view part_number);
 
-// What DOWNTIME_TYPE_CODE of a downtime row says.
-enum class DowntimeType : std::int32_t { kMachine = 0, kUser = 1 };
-
 // A code of the given type, or one that serves both.
+enum class DowntimeType : std::int32_t;
 std::int32_t GetDowntimeCodeID(Session& session, std::string_view downtime_code_number, DowntimeType type);
 
 // The scrap code booked when none is reported: the one of type -1, else that of type 1, else an empty text.
@@ -36,21 +35,7 @@ std::string GetDefaultScrapCodeNumber(Session& session);
 // The part of a job with the lowest ORDINAL; nothing when the job has none.
 std::optional<std::string> GetFirstPartNumberOfJob(Session& session, std::string_view job_number);
 
-// COMMAND_TYPE_CODE of T_SFC_COMMAND for the events that the component itself works into records; any other
-// value is a custom command.
-namespace command_type {
-constexpr std::int32_t kLogon = 4;
-constexpr std::int32_t kJob = 5;
-constexpr std::int32_t kPart = 6;
-constexpr std::int32_t kOperation = 7;
-constexpr std::int32_t kSetup = 8;
-constexpr std::int32_t kCycle = 9;
-constexpr std::int32_t kTeardown = 10;
-constexpr std::int32_t kMachineDowntime = 11;
-constexpr std::int32_t kUserDowntime = 12;
-constexpr std::int32_t kGoodPartCount = 13;
-constexpr std::int32_t kScrappedPartCount = 14;
-}  // namespace command_type
+namespace command_type = kxdata7::command_type;
 
 // The first command of a type, and the type of a command.
 std::int32_t GetCommandIdByTypeCode(Session& session, std::int32_t command_type_code);

@@ -59,17 +59,12 @@ void CarryOverDowntimes(Session& session, std::int32_t old_machine_data_id, std:
                         DateTime start_time) {
   Recordset running = OpenRunningDowntimes(session, old_machine_data_id, std::nullopt);
   if (running.RecordCount() == 0) return;
-  Recordset copy = OpenRecordset(session, Concat("select * from T_SFC_DT_PER_MACHINE_DATA ",
-                                                 NoLockHint(session), " where DT_PER_MACHINE_DATA_ID = 0"));
+  Recordset copy = OpenNewDowntimes(session);
   for (; !running.IsEof(); running.MoveNext()) {
-    copy.AddNew();
-    copy.Set("MACHINE_DATA_ID", new_machine_data_id);
+    BeginDowntime(copy, new_machine_data_id, start_time);
     for (const char* column : {"DOWNTIME_CODE_ID", "DT_NUMBER", "DT_DATA_START_ID", "DOWNTIME_TYPE_CODE"}) {
       copy.Set(column, running.Fields(column));
     }
-    copy.Set("DURATION", 0);
-    copy.Set("START_TIME", start_time);
-    copy.Set("STOP_TIME", Value());
     copy.Update();
   }
 }

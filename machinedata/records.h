@@ -7,6 +7,9 @@
 
 namespace kx {
 
+// What STATUS_CODE of a machine data record says.
+enum class RecordStatus : std::int16_t { kOpen = 0, kClosed = 1, kComplete = 2 };
+
 // The group of context columns that a new record does not take over from its predecessor.
 enum class ChangedItem : std::int32_t {
   kNone = -1,

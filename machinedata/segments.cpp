@@ -27,6 +27,10 @@ void CloseUnfinishedCycle(Recordset& record, DateTime stop) {
   if (CloseSegment(record, kCycleSegment, stop)) AddToCount(record, "UNFINISHED_CYCLES", 1);
 }
 
+void BeginIdle(Recordset& record, DateTime start) {
+  if (!IsRunning(record, kIdleSegment)) record.Set(kIdleSegment.start, start);
+}
+
 void AddToCount(Recordset& record, std::string_view column, double number) {
   record.Set(column, record.Fields(column).ToDoubleOr(0) + number);
 }

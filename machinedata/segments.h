@@ -39,6 +39,9 @@ bool CloseSegment(Recordset& record, const Segment& segment, DateTime stop);
 // Ends a running cycle that did not come to its own end.
 void CloseUnfinishedCycle(Recordset& record, DateTime stop);
 
+// Idle time runs from `start` on, unless it runs already.
+void BeginIdle(Recordset& record, DateTime start);
+
 // Raises a count, which counts as 0 when NULL.
 void AddToCount(Recordset& record, std::string_view column, double number);
 

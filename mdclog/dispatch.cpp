@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <string_view>
 
 #include "database/database_error.h"
@@ -14,6 +15,7 @@
 #include "handlers/part_count_handlers.h"
 #include "handlers/part_handlers.h"
 #include "handlers/setup_handlers.h"
+#include "kxdata7/events.h"
 #include "machinedata/lookups.h"
 #include "session/messages.h"
 #include "session/sql_dialect.h"
@@ -35,60 +37,38 @@ bool EndLogon(Session& session, const MdcLogItem& item, std::string& error) {
   return DoLogonEnd(session, item, copy);
 }
 
-constexpr std::int32_t kAny = -2;
-
+// What works each event of the table in; a refresh has a routine of its own.
 struct Route {
-  std::int32_t command_type;
-  std::int32_t time_code;
   std::string_view label;
   Handler handler;
 };
-
-constexpr std::array<Route, 20> kRoutes = {{
-    {command_type::kLogon, 0, "DoLogonStart", &DoLogonStart},
-    {command_type::kLogon, 1, "DoLogonEnd", &EndLogon},
-    {command_type::kJob, 0, "DoJobStart", &DoJobStart},
-    {command_type::kJob, 1, "DoJobEnd", &DoJobEnd},
-    {command_type::kPart, 0, "DoPartStart", &StartPart},
-    {command_type::kPart, 1, "DoPartEnd", &DoPartEnd},
-    {command_type::kOperation, 0, "DoOpStart", &DoOpStart},
-    {command_type::kOperation, 1, "DoOpEnd", &DoOpEnd},
-    {command_type::kSetup, 0, "DoSetupStart", &DoSetupStart},
-    {command_type::kSetup, 1, "DoSetupEnd", &DoSetupEnd},
-    {command_type::kCycle, 0, "DoCycleStart", &DoCycleStart},
-    {command_type::kCycle, 1, "DoCycleEnd", &DoCycleEnd},
-    {command_type::kTeardown, 0, "DoTeardownStart", &DoTeardownStart},
-    {command_type::kTeardown, 1, "DoTeardownEnd", &DoTeardownEnd},
-    {command_type::kMachineDowntime, 0, "DoMachineDowntimeStart", &DoMachineDowntimeStart},
-    {command_type::kMachineDowntime, 1, "DoMachineDowntimeEnd", &DoMachineDowntimeEnd},
-    {command_type::kUserDowntime, 0, "DoUserDowntimeStart", &DoUserDowntimeStart},
-    {command_type::kUserDowntime, 1, "DoUserDowntimeEnd", &DoUserDowntimeEnd},
-    {command_type::kGoodPartCount, kAny, "DoGoodPartCount", &DoGoodPartCount},
-    {command_type::kScrappedPartCount, kAny, "DoScrappedPartCount", &DoScrappedPartCount},
+constexpr std::array<Route, 23> kRoutes = {{
+    {"DoLogonStart", &DoLogonStart},
+    {"DoLogonEnd", &EndLogon},
+    {"DoJobStart", &DoJobStart},
+    {"DoJobEnd", &DoJobEnd},
+    {"DoPartStart", &StartPart},
+    {"DoPartEnd", &DoPartEnd},
+    {"DoOpStart", &DoOpStart},
+    {"DoOpEnd", &DoOpEnd},
+    {"DoSetupStart", &DoSetupStart},
+    {"DoSetupEnd", &DoSetupEnd},
+    {"DoCycleStart", &DoCycleStart},
+    {"DoCycleEnd", &DoCycleEnd},
+    {"DoTeardownStart", &DoTeardownStart},
+    {"DoTeardownEnd", &DoTeardownEnd},
+    {"DoMachineDowntimeStart", &DoMachineDowntimeStart},
+    {"DoMachineDowntimeEnd", &DoMachineDowntimeEnd},
+    {"DoUserDowntimeStart", &DoUserDowntimeStart},
+    {"DoUserDowntimeEnd", &DoUserDowntimeEnd},
+    {"DoGoodPartCount", &DoGoodPartCount},
+    {"DoScrappedPartCount", &DoScrappedPartCount},
+    {"DoCustomStart", &DoCustomStart},
+    {"DoCustomEnd", &DoCustomEnd},
+    {"DoCustomBoth", &DoCustomBoth},
 }};
-
-// The site's own commands: every command type that has no route above.
-constexpr std::array<Route, 3> kCustomRoutes = {{
-    {kAny, 0, "DoCustomStart", &DoCustomStart},
-    {kAny, 1, "DoCustomEnd", &DoCustomEnd},
-    {kAny, 2, "DoCustomBoth", &DoCustomBoth},
-}};
-
-template <std::size_t N>
-const Route* Find(const std::array<Route, N>& routes, std::int32_t command_type, std::int32_t time_code) {
-  const auto matches = [&](const Route& route) {
-    return (route.command_type == kAny || route.command_type == command_type) &&
-           (route.time_code == kAny || route.time_code == time_code);
-  };
-  const auto found = std::ranges::find_if(routes, matches);
-  return found == routes.end() ? nullptr : &*found;
-}
-
-// Null when nothing handles the event; its row counts as processed then.
-const Route* RouteOf(std::int32_t command_type, std::int32_t time_code) {
-  const bool custom = std::ranges::find(kRoutes, command_type, &Route::command_type) == kRoutes.end();
-  return custom ? Find(kCustomRoutes, command_type, time_code) : Find(kRoutes, command_type, time_code);
-}
+static_assert(std::ranges::equal(kRoutes, std::span(kxdata7::kEvents).first(kRoutes.size()), {},
+                                 &Route::label, &kxdata7::Event::handler));
 
 MdcLogItem ReadItem(const Recordset& row) {
   MdcLogItem item;
@@ -108,10 +88,11 @@ void Apply(Session& session, const MdcLogItem& item, std::string& error) {
     }
     return;
   }
-  const Route* const route = RouteOf(GetCommandTypeCode(session, item.command_id), item.command_time_code);
-  if (route == nullptr) return;
-  WriteTrace(session, route->label);
-  route->handler(session, item, error);
+  const kxdata7::Event* const event =
+      kxdata7::FindEvent(GetCommandTypeCode(session, item.command_id), item.command_time_code);
+  if (event == nullptr) return;  // nothing handles it: its row counts as processed
+  WriteTrace(session, event->handler);
+  kRoutes[static_cast<std::size_t>(event - kxdata7::kEvents.data())].handler(session, item, error);
 }
 
 bool DoNextItem(Session& session, std::string& error) {

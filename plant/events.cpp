@@ -1,105 +1,95 @@
 #include "plant/events.h"
 
-#include <algorithm>
-#include <array>
 #include <charconv>
+#include <optional>
 
 #include "database/database_error.h"
 #include "database/numeric_text.h"
+#include "database/text.h"
 #include "plant/plant.h"
 
 namespace kx::tool {
 namespace {
 
-struct EventKind {
-  std::int32_t type_code;
-  std::string_view name;
-  std::string_view handler;  // without "Do" and "Start" or "End"
-  bool is_count;             // neither started nor ended
-};
+namespace command_type = kxdata7::command_type;
+using kxdata7::Event;
 
-constexpr std::array<EventKind, 11> kKinds = {{{4, "logon", "Logon", false},
-                                               {5, "job", "Job", false},
-                                               {6, "part", "Part", false},
-                                               {7, "operation", "Op", false},
-                                               {8, "setup", "Setup", false},
-                                               {9, "cycle", "Cycle", false},
-                                               {10, "teardown", "Teardown", false},
-                                               {11, "machine downtime", "MachineDowntime", false},
-                                               {12, "user downtime", "UserDowntime", false},
-                                               {13, "good", "GoodPartCount", true},
-                                               {14, "scrap", "ScrappedPartCount", true}}};
+constexpr std::string_view kCustomNoun = "custom";
 
-const EventKind* FindKind(std::int32_t type_code) {
-  const auto* found = std::ranges::find(kKinds, type_code, &EventKind::type_code);
-  return found == kKinds.end() ? nullptr : found;
+// A command's number between "custom " and what follows it; nothing when there is none.
+std::optional<std::int32_t> NumberIn(std::string_view text) {
+  std::int32_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
 }
 
-bool RemoveSuffix(std::string_view& text, std::string_view suffix) {
-  if (!text.ends_with(suffix)) return false;
-  text.remove_suffix(suffix.size());
-  return true;
+// "custom 7 start" for "custom start".
+std::string WithNumber(std::string_view custom_name, std::int32_t number) {
+  return Concat(kCustomNoun, " ", number, custom_name.substr(kCustomNoun.size()));
 }
 
-constexpr std::string_view kCustomPrefix = "custom ";
+const Event* FindQueued(std::int32_t type_code, std::int32_t time_code, std::int32_t command_id) {
+  return kxdata7::FindEvent(command_id == -1 ? command_type::kRefresh : type_code, time_code);
+}
 
 }  // namespace
 
 NamedEvent ParseEventName(std::string_view name) {
-  if (name == "refresh") return {kRefresh, 0};
-  std::string_view noun = name;
-  const std::int32_t time_code = RemoveSuffix(noun, " start") ? 0 : RemoveSuffix(noun, " end") ? 1 : 2;
-  for (const EventKind& kind : kKinds) {
-    if (kind.name == noun && kind.is_count == (time_code == 2)) return {kind.type_code, time_code % 2};
+  for (const Event& event : kxdata7::kEvents) {
+    if (event.command_type != command_type::kCustom) {
+      if (event.name == name) return {event.command_type, event.time_code};
+      continue;
+    }
+    const std::string_view ending = event.name.substr(kCustomNoun.size());
+    if (!name.starts_with(kCustomNoun) || name.size() <= event.name.size() || !name.ends_with(ending))
+      continue;
+    const std::string_view number = name.substr(kCustomNoun.size(), name.size() - event.name.size());
+    if (const auto command = number.front() == ' ' ? NumberIn(number.substr(1)) : std::nullopt)
+      return {command_type::kCustom, event.time_code, *command};
   }
-  if (noun.starts_with(kCustomPrefix)) {
-    noun.remove_prefix(kCustomPrefix.size());
-    NamedEvent custom{kCustom, time_code};
-    const auto [end, error] = std::from_chars(noun.data(), noun.data() + noun.size(), custom.command_number);
-    if (error == std::errc() && end == noun.data() + noun.size()) return custom;
-  }
-  throw ToolError("there is no event \"" + std::string(name) + "\"");
+  throw ToolError(Concat("there is no event \"", name, "\""));
 }
 
 std::string EventNames() {
+  constexpr std::string_view kStart = " start";
   std::string started;
   std::string counted;
-  for (const EventKind& kind : kKinds) (kind.is_count ? counted : started) += std::string(kind.name) + ", ";
-  return started + "\ncustom N (N: a command), each with start or end; " + counted +
-         "refresh, custom N alone";
+  for (const Event& event : kxdata7::kEvents) {
+    if (kxdata7::IsCount(event.command_type)) {
+      Append(counted, event.name, ", ");
+    } else if (event.command_type != command_type::kCustom && event.name.ends_with(kStart)) {
+      Append(started, event.name.substr(0, event.name.size() - kStart.size()), ", ");
+    }
+  }
+  return Concat(started, "\ncustom N (N: a command), each with start or end; ", counted,
+                "refresh, custom N alone");
 }
 
 std::string EventName(std::int32_t type_code, std::int32_t time_code, std::int32_t command_id) {
-  if (command_id == -1) return "refresh";
-  const EventKind* const kind = FindKind(type_code);
-  if (kind != nullptr && kind->is_count) return std::string(kind->name);
-  const std::string name =
-      kind != nullptr ? std::string(kind->name) : std::string(kCustomPrefix) + std::to_string(command_id);
-  if (time_code == 0) return name + " start";
-  if (time_code == 1) return name + " end";
-  return kind == nullptr && time_code == 2 ? name : name + " (time code " + std::to_string(time_code) + ")";
+  if (const Event* const event = FindQueued(type_code, time_code, command_id))
+    return event->command_type == command_type::kCustom ? WithNumber(event->name, command_id)
+                                                        : std::string(event->name);
+  const std::string_view start = kxdata7::FindEvent(type_code, kxdata7::time_code::kStart)->name;
+  const std::string noun(start.substr(0, start.rfind(' ')));
+  return Concat(noun == kCustomNoun ? WithNumber(noun, command_id) : noun, " (time code ", time_code, ")");
 }
 
 std::string HandlerName(std::int32_t type_code, std::int32_t time_code, std::int32_t command_id) {
-  if (command_id == -1) return "HandleExpiredShifts";
-  const EventKind* const kind = FindKind(type_code);
-  std::string name = "Do" + std::string(kind == nullptr ? "Custom" : kind->handler);
-  if (kind != nullptr && kind->is_count) return name;
-  if (time_code == 0) return name + "Start";
-  if (time_code == 1) return name + "End";
-  return kind == nullptr && time_code == 2 ? name + "Both" : "";
+  const Event* const event = FindQueued(type_code, time_code, command_id);
+  return event == nullptr ? std::string() : std::string(event->handler);
 }
 
 void RequireUsableParam(std::int32_t type_code, std::string_view param) {
   RequirePlainText(param);
-  const bool scrap = type_code == event::kScrapCount.type_code;
-  if (!scrap && type_code != event::kGoodCount.type_code) return;
+  if (!kxdata7::IsCount(type_code)) return;
+  const bool scrap = type_code == command_type::kScrappedPartCount;
   try {
     const auto number = ParseNumericText(scrap ? param.substr(0, param.find('.')) : param);
     if (number && scrap && RoundToInt16(*number) == INT16_MIN) throw OverflowError();
     if (number) RoundToInt16(*number);
   } catch (const DatabaseError&) {
-    throw ToolError("a count of \"" + std::string(param) + "\" is more than one event can report");
+    throw ToolError(Concat("a count of \"", param, "\" is more than one event can report"));
   }
 }
 

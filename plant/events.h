@@ -1,5 +1,7 @@
 #pragma once
 
+#include <KXData7.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -8,24 +10,21 @@ namespace kx::tool {
 
 // What an operator or a file calls an event: "cycle start", "scrap", "custom 100 end", "refresh".
 struct NamedEvent {
-  // The command type, or one of the two below.
-  std::int32_t type_code;
-  std::int32_t time_code;           // 0 start, 1 end, 2 both
+  std::int32_t type_code;  // of kxdata7::command_type
+  std::int32_t time_code = kxdata7::time_code::kStart;
   std::int32_t command_number = 0;  // of a custom event
 
   friend bool operator==(const NamedEvent&, const NamedEvent&) = default;
 };
-inline constexpr std::int32_t kRefresh = -1;  // brings the machine's shifts up to date
-inline constexpr std::int32_t kCustom = 0;    // a command by its number
 
 namespace event {
-inline constexpr NamedEvent kPartStart{6, 0};
-inline constexpr NamedEvent kCycleStart{9, 0};
-inline constexpr NamedEvent kCycleEnd{9, 1};
-inline constexpr NamedEvent kMachineDowntimeStart{11, 0};
-inline constexpr NamedEvent kMachineDowntimeEnd{11, 1};
-inline constexpr NamedEvent kGoodCount{13, 0};
-inline constexpr NamedEvent kScrapCount{14, 0};
+using namespace kxdata7::command_type;
+inline constexpr NamedEvent kPartStart{kPart};
+inline constexpr NamedEvent kCycleStart{kCycle};
+inline constexpr NamedEvent kCycleEnd{kCycle, kxdata7::time_code::kEnd};
+inline constexpr NamedEvent kMachineDowntimeStart{kMachineDowntime};
+inline constexpr NamedEvent kMachineDowntimeEnd{kMachineDowntime, kxdata7::time_code::kEnd};
+inline constexpr NamedEvent kGoodCount{kGoodPartCount};
 }  // namespace event
 
 // The event of a name; a ToolError when there is none.

@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <ctime>
 #include <filesystem>
 #include <utility>
 
 #include "database/ascii.h"
 #include "database/sql_script.h"
 #include "database/table_key.h"
-#include "database/utf.h"
+#include "kxdata7/text.h"
 #include "plant/platform.h"
 #include "plant/schema_sql.h"
 
@@ -111,19 +112,19 @@ Machine Plant::FindMachine(std::int32_t number) {
           record.at(0, 2).ToInt32Or(-1)};
 }
 
-Command Plant::FindCommand(std::int32_t number) {
-  const std::int32_t id = FindId("T_SFC_COMMAND", number);
-  const Rows rows = Run("select COMMAND_TYPE_CODE from T_SFC_COMMAND where COMMAND_ID = ?", {id});
-  return {id, rows.at(0, 0).ToInt32Or(-1)};
-}
-
-Command Plant::FindCommandOfType(std::int32_t type_code) {
-  if (const auto known = commands_of_type_.find(type_code); known != commands_of_type_.end())
+Command Plant::FindCommand(const NamedEvent& event) {
+  if (event.type_code == kxdata7::command_type::kCustom) {
+    const std::int32_t id = FindId("T_SFC_COMMAND", event.command_number);
+    const Rows rows = Run("select COMMAND_TYPE_CODE from T_SFC_COMMAND where COMMAND_ID = ?", {id});
+    return {id, rows.at(0, 0).ToInt32Or(-1)};
+  }
+  if (const auto known = commands_of_type_.find(event.type_code); known != commands_of_type_.end())
     return known->second;
-  const Rows rows = Run(
-      "select COMMAND_ID from T_SFC_COMMAND where COMMAND_TYPE_CODE = ? order by COMMAND_ID", {type_code});
-  if (rows.count() == 0) throw ToolError("there is no command of type " + std::to_string(type_code));
-  return commands_of_type_[type_code] = {rows.at(0, 0).ToInt32(), type_code};
+  const Rows rows =
+      Run("select COMMAND_ID from T_SFC_COMMAND where COMMAND_TYPE_CODE = ? order by COMMAND_ID",
+          {event.type_code});
+  if (rows.count() == 0) throw ToolError("there is no command of type " + std::to_string(event.type_code));
+  return commands_of_type_[event.type_code] = {rows.at(0, 0).ToInt32(), event.type_code};
 }
 
 std::int32_t Plant::NumberOf(std::string_view table, std::int32_t id) {
@@ -189,10 +190,17 @@ void CreatePlant(const PlantOptions& options, bool demo, DateTime start) {
   plant.db.Commit();
 }
 
+DateTime PlantTime(std::time_t seconds) {
+  std::tm local{};
+  if (!ToLocalTime(seconds, local)) throw ToolError("the time lies out of range");
+  return DateTime(local.tm_year + 1900, static_cast<unsigned>(local.tm_mon + 1),
+                  static_cast<unsigned>(local.tm_mday), local.tm_hour, local.tm_min, local.tm_sec);
+}
+
 void RequirePlainText(std::string_view text) {
   if (text.find('\'') != std::string_view::npos) throw ToolError("a text must hold no apostrophe");
   if (text.find('\0') != std::string_view::npos) throw ToolError("a text must hold no NUL character");
-  if (Utf16ToUtf8(Utf8ToUtf16(text)) != text) throw ToolError("a text must be valid UTF-8");
+  if (kxdata7::ToUtf8(kxdata7::ToUtf16(text)) != text) throw ToolError("a text must be valid UTF-8");
 }
 
 }  // namespace kx::tool

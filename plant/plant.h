@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <initializer_list>
 #include <map>
 #include <optional>
@@ -11,6 +12,7 @@
 
 #include "database/connection.h"
 #include "database/database_error.h"
+#include "plant/events.h"
 
 namespace kx::tool {
 
@@ -59,8 +61,8 @@ class Plant {
   // What a number of an operator names. A ToolError when there is no such thing.
   std::int32_t FindId(std::string_view table, std::int32_t number);
   Machine FindMachine(std::int32_t number);
-  Command FindCommand(std::int32_t number);
-  Command FindCommandOfType(std::int32_t type_code);
+  // The command of an event: a custom one by its number, the first of its type otherwise.
+  Command FindCommand(const NamedEvent& event);
   // The number by which an operator names a row, and which leads back to it. A ToolError when it has none.
   std::int32_t NumberOf(std::string_view table, std::int32_t id);
 
@@ -92,6 +94,9 @@ std::int32_t AddMachine(Plant& plant, const NewMachine& machine, DateTime start)
 // Creates the tables that are missing, with `demo` also a small plant in empty tables, its machines starting
 // at `start`.
 void CreatePlant(const PlantOptions& options, bool demo, DateTime start);
+
+// The plant time of seconds since 1970, by the time zone of the process.
+DateTime PlantTime(std::time_t seconds);
 
 // Raises a ToolError for a text that no statement can carry: an apostrophe, a NUL, no UTF-8.
 void RequirePlainText(std::string_view text);

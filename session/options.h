@@ -4,8 +4,16 @@
 
 namespace kx {
 
+// OPTION_CODE of T_SFC_OPTION, with the APP_CODE of this component. The rows must exist.
+namespace option {
+constexpr std::int32_t kApplication = 2;
+constexpr std::int32_t kJobStartsItsPart = 1;
+constexpr std::int32_t kSetupLocksCycles = 4;
+constexpr std::int32_t kTeardownLocksCycles = 5;
+}  // namespace option
+
 // Whether the site wants a job start to start the job's first part, and a job end to end the running part.
-// Application 2, option 1 of T_SFC_OPTION; a missing row is an error.
+// A missing row is an error.
 bool GetOptionBool(Session& session);
 
 }  // namespace kx

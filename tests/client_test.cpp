@@ -127,10 +127,10 @@ TEST_F(Registration, FailureIsExplained) {
 TEST(Client, TextsSurviveTheWayThroughUtf16) {
   for (const std::string& text :
        {std::string(), std::string("Müller €"), std::string("😀"), std::string("a\0b", 3)}) {
-    EXPECT_EQ(kxdata7::ToUtf8(kxdata7::FromUtf8(text)), text);
+    EXPECT_EQ(kxdata7::ToUtf8(kxdata7::ToOleString(text)), text);
   }
-  EXPECT_EQ(kxdata7::FromUtf8("a\xFF"
-                              "b\xE2\x82"),
+  EXPECT_EQ(kxdata7::ToOleString("a\xFF"
+                                 "b\xE2\x82"),
             u"a\uFFFDb\uFFFD\uFFFD");
   EXPECT_EQ(kxdata7::ToUtf8(std::u16string{u'a', 0xD800, u'b', 0xDC00, 0xD801}), "a\uFFFDb\uFFFD\uFFFD");
 }

@@ -8,7 +8,7 @@
 #include "database/database_error.h"
 #include "database/numeric_text.h"
 #include "database/recordset.h"
-#include "database/utf.h"
+#include "kxdata7/text.h"
 #include "plant/temporary_folder.h"
 #include "session/messages.h"
 #include "session/sql_dialect.h"
@@ -75,10 +75,10 @@ TEST(ValueTest, DateTimes) {
 
 TEST(TextTest, Utf) {
   const std::u16string everything = u"A\u00e4\u20ac\U0001F527\0z"s;
-  EXPECT_EQ(Utf8ToUtf16(Utf16ToUtf8(everything)), everything);
-  EXPECT_EQ(Utf16ToUtf8(std::u16string{0xD83D, u'x', 0xDD27}), "\uFFFDx\uFFFD");
-  EXPECT_EQ(Utf8ToUtf16("\xFF\xC3(\xED\xA0\x80"), u"\uFFFD\uFFFD(\uFFFD\uFFFD\uFFFD");
-  EXPECT_EQ(Utf8ToUtf16("\xC0\x80"), u"\uFFFD\uFFFD");
+  EXPECT_EQ(kxdata7::ToUtf16(kxdata7::ToUtf8(everything)), everything);
+  EXPECT_EQ(kxdata7::ToUtf8(std::u16string{0xD83D, u'x', 0xDD27}), "\uFFFDx\uFFFD");
+  EXPECT_EQ(kxdata7::ToUtf16("\xFF\xC3(\xED\xA0\x80"), u"\uFFFD\uFFFD(\uFFFD\uFFFD\uFFFD");
+  EXPECT_EQ(kxdata7::ToUtf16("\xC0\x80"), u"\uFFFD\uFFFD");
 }
 
 TEST(TextTest, MessageSubstitution) {

@@ -158,8 +158,8 @@ TEST(Events, GoByOneNameAndToOneHandler) {
         Case{"machine downtime start", {11, 0}, "DoMachineDowntimeStart"},
         Case{"user downtime end", {12, 1}, "DoUserDowntimeEnd"}, Case{"good", {13, 0}, "DoGoodPartCount"},
         Case{"scrap", {14, 0}, "DoScrappedPartCount"},
-        Case{"custom 77 start", {kCustom, 0, 77}, "DoCustomStart"},
-        Case{"custom 77", {kCustom, 2, 77}, "DoCustomBoth"}}) {
+        Case{"custom 77 start", {kxdata7::command_type::kCustom, 0, 77}, "DoCustomStart"},
+        Case{"custom 77", {kxdata7::command_type::kCustom, 2, 77}, "DoCustomBoth"}}) {
     EXPECT_EQ(ParseEventName(name), event) << name;
     EXPECT_EQ(EventName(event.type_code, event.time_code, 77), name);
     EXPECT_EQ(HandlerName(event.type_code, event.time_code, 77), handler);

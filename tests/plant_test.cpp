@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "database/text.h"
-#include "database/utf.h"
+#include "kxdata7/text.h"
 #include "session/messages.h"
 #include "tests/support/plant.h"
 
@@ -77,7 +77,7 @@ TEST_P(PlantTest, TextsAreStoredWholeOrNotAtAll) {
   };
   plant.Save();
   for (const auto& text : cases) {
-    SCOPED_TRACE(Utf16ToUtf8(text.given));
+    SCOPED_TRACE(kxdata7::ToUtf8(text.given));
     plant.Restore();
     const kxdata7::Bstr given(kxdata7::OleString(text.given.begin(), text.given.end()));
     for (const auto& [command, time_code] : {std::pair(120, 2), std::pair(105, 0)}) {
@@ -92,7 +92,7 @@ TEST_P(PlantTest, TextsAreStoredWholeOrNotAtAll) {
       EXPECT_EQ(plant.Query(kQueue), "");
       continue;
     }
-    const std::string stored = Utf16ToUtf8(*text.stored);
+    const std::string stored = kxdata7::ToUtf8(*text.stored);
     EXPECT_EQ(plant.Query("select PARAM1 from T_SFC_MDC_LOG"), Concat(stored, ";", stored));
     // A stored apostrophe is one more text that no statement can carry.
     if (stored.find('\'') != std::string::npos) continue;

@@ -5,11 +5,10 @@
 #include <iostream>
 
 #include "database/ascii.h"
-#include "inputs/recorded_input.h"
-#include "plant/component.h"
+#include "plant/client.h"
 #include "plant/schema_sql.h"
 #include "plant/schema_tables.h"
-#include "tools/commands.h"
+#include "tools/doctor.h"
 
 namespace kx::tool {
 namespace {
@@ -109,9 +108,9 @@ void CheckMachines(Plant& plant, Findings& findings) {
   if (good == rows.count()) findings.Ok("machines: " + std::to_string(good) + ", each with its open record");
 }
 
-void CheckClock(Component& component, Findings& findings) {
+void CheckClock(kxdata7::Client& component, Findings& findings) {
   constexpr std::int64_t kMinute = 60;
-  const DateTime server = component.ServerTime();
+  const DateTime server = ServerTime(component);
   const DateTime here = PlantTime(std::time(nullptr));
   if (std::abs(SecondsBetween(here, server)) <= kMinute) {
     findings.Ok("clock: " + server.ToText());
@@ -144,7 +143,7 @@ int Doctor(const PlantOptions& options) {
   Run("options", findings, [&] { CheckOptions(*plant, findings); });
   Run("machines", findings, [&] { CheckMachines(*plant, findings); });
   Run("component", findings, [&] {
-    Component component(options, PlantConnectionString(options.plant));
+    kxdata7::Client component = ConnectComponent(options);
     if (!component.IsConnected()) throw ToolError("the database does not answer its probe, T_KXES_PTYPE");
     findings.Ok("component");
     Run("clock", findings, [&] { CheckClock(component, findings); });

@@ -1,54 +1,27 @@
-#include <chrono>
-#include <cstdio>
 #include <iostream>
+#include <memory>
 
-#include "database/database_error.h"
-#include "plant/component.h"
-#include "plant/events.h"
-#include "plant/platform.h"
-#include "tools/commands.h"
+#include "plant/client.h"
+#include "plant/queue.h"
+#include "plant/trial.h"
+#include "tools/command_line.h"
+#include "views/table.h"
 
 namespace kx::tool {
 namespace {
 
-// A bar on the standard error as long as that is a terminal.
-class ProgressBar {
- public:
-  explicit ProgressBar(std::int32_t total) : total_(total), shown_(IsErrorATerminal()) {}
-  ~ProgressBar() {
-    if (shown_) std::fputs("\r\x1b[K", stderr);
-  }
-  ProgressBar(const ProgressBar&) = delete;
-  ProgressBar& operator=(const ProgressBar&) = delete;
-
-  void Show(std::int32_t done) {
-    constexpr int kWidth = 50;
-    const int filled = static_cast<int>(std::int64_t{done} * kWidth / total_);
-    if (!shown_ || filled == filled_) return;
-    filled_ = filled;
-    const std::string bar(static_cast<std::size_t>(filled), '=');
-    std::fprintf(stderr, "\r[%-*s] %d of %d", kWidth, bar.c_str(), done, total_);
-  }
-
- private:
-  std::int32_t total_;
-  bool shown_;
-  int filled_ = -1;
+struct AppendOptions {
+  std::int32_t machine = 0;
+  std::string event;
+  std::string param;
+  std::optional<std::int32_t> dept, location, group;  // not given: where the machine's record says
 };
 
-// Why the first event did not go through.
-std::string FailureText(Plant& plant, const std::string& error) {
-  std::string event = "the first event";
-  try {
-    if (const auto first = ReadQueuedEvent(plant)) event = first->Description();
-  } catch (const DatabaseError&) {
-    // What the component reported says more than a failure to read the row.
-  }
-  if (!error.empty()) return event + ": " + error;
-  return event + " was applied, but its row could not be deleted; the next run applies it again";
-}
-
-}  // namespace
+struct QueueOptions {
+  bool csv = false, head = false, aside = false;
+  std::int32_t moved_row = 0;
+  std::string reason;
+};
 
 int Append(const PlantOptions& options, const AppendOptions& append) {
   const NamedEvent event = ParseEventName(append.event);
@@ -58,50 +31,133 @@ int Append(const PlantOptions& options, const AppendOptions& append) {
     if (given) plant.FindId(table, *given);
     return given ? *given : plant.NumberOf(table, id);
   };
-  EventNumbers numbers{number("T_SFC_DEPT", append.dept, machine.dept_id),
-                       number("T_SFC_LOCATION", append.location, machine.location_id),
-                       number("T_SFC_GROUP", append.group, machine.group_id), append.machine, -1};
-  if (event.type_code != kRefresh) {
-    const Command command = event.type_code == kCustom ? plant.FindCommand(event.command_number)
-                                                       : plant.FindCommandOfType(event.type_code);
+  kxdata7::EventNumbers numbers{number("T_SFC_DEPT", append.dept, machine.dept_id),
+                                number("T_SFC_LOCATION", append.location, machine.location_id),
+                                number("T_SFC_GROUP", append.group, machine.group_id), append.machine, -1};
+  if (event.type_code != kxdata7::command_type::kRefresh) {
+    const Command command = plant.FindCommand(event);
     RequireUsableParam(command.type_code, append.param);
     numbers.command = plant.NumberOf("T_SFC_COMMAND", command.id);
   }
-  Component(options, PlantConnectionString(options.plant))
-      .Append(numbers, options.by_dnc, append.param, event.time_code);
+  ConnectComponent(options)
+      .Append(numbers, append.param, event.time_code,
+              options.by_dnc ? kxdata7::NumberKind::kDnc : kxdata7::NumberKind::kIds)
+      .OrThrow();
   std::cout << "Queued " << append.event << " for " << machine.name << ".\n";
   return 0;
 }
 
-int Process(const PlantOptions& options, bool all) {
+std::string RowName(std::int32_t row) { return "row " + std::to_string(row); }
+
+int ListQueue(const PlantOptions& options, bool csv) {
   Plant plant(options);
-  Component component(options, PlantConnectionString(options.plant));
-  // The events that arrive meanwhile are left to the next run. Within the count a False is a failure, unless
-  // the queue is empty because others were set aside meanwhile.
-  const std::int32_t waiting = component.Count();
-  if (waiting == 0) {
+  Table table({"row", "time", "machine", "event", "param"});
+  for (const QueuedEvent& event : ReadQueue(plant))
+    table.Add({event.row, event.time, event.machine_id, event.Name(), event.param});
+  table.Print(std::cout, csv);
+  if (!csv) MentionAside(plant);
+  return 0;
+}
+
+int ListAside(const PlantOptions& options, bool csv) {
+  Plant plant(options);
+  Table table({"row", "time", "machine", "event", "param", "set_aside", "error"});
+  for (const auto& [event, time, error] : ReadAside(plant))
+    table.Add({event.row, event.time, event.machine_id, event.Name(), event.param, time, error});
+  table.Print(std::cout, csv);
+  return 0;
+}
+
+// Shows the first event of the queue, why it does not go through, and how many wait behind it.
+int ShowHead(const PlantOptions& options) {
+  Plant plant(options);
+  const auto head = ReadQueuedEvent(plant);
+  if (!head) {
     std::cout << "Nothing waits.\n";
     return 0;
   }
-  const std::int32_t total = all ? waiting : 1;
-  const std::string first = all ? "" : ReadQueuedEvent(plant).value().Description();
-  const auto begin = std::chrono::steady_clock::now();
-  std::int32_t done = 0;
-  std::string error;
-  {
-    ProgressBar bar(total);
-    while (done < total && component.DoNext(error)) bar.Show(++done);
+  const auto error = TrialError(options, head->row);
+  std::cout << "First:  " << head->Description() << (head->param.empty() ? "" : ", \"" + head->param + '"')
+            << "\nSince:  " << head->time << "\nBehind: " << CountBehind(plant, head->row) << "\nError:  ";
+  if (!error) {
+    std::cout << "\"kxdata7 process\" shows it; only an SQLite plant can be copied for a trial\n";
+  } else {
+    std::cout << (error->empty() ? "none, in a trial on a copy" : *error) << '\n';
   }
-  if (all) {
-    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
-    char time[32];
-    std::snprintf(time, sizeof time, "%.1f", seconds.count());
-    std::cout << "Applied " << done << " of " << waiting << " events in " << time << " s.\n";
-  } else if (done == total) {
-    std::cout << "Applied " << first << ".\n";
-  }
-  if (done < total && !(error.empty() && component.Count() == 0)) throw ToolError(FailureText(plant, error));
   return 0;
+}
+
+// Moves the event in row `row` out of the queue, with `reason` or, where that is empty and a trial can be
+// made, the error that keeps it there.
+int SetAside(const PlantOptions& options, std::int32_t row, const std::string& reason) {
+  Plant plant(options);
+  const auto event = ReadQueuedEvent(plant, row);
+  if (!event) throw ToolError(RowName(row) + " does not wait");
+  std::string error = reason;
+  const auto first = ReadQueuedEvent(plant);
+  if (error.empty() && first && first->row == row) error = TrialError(options, row).value_or("");
+  kxdata7::Client component = ConnectComponent(options);
+  if (!SetAside(plant, row, error, ServerTime(component)))
+    throw ToolError(RowName(row) + " does not wait any more");
+  std::cout << "Set aside " << event->Description() << (error.empty() ? "" : ": " + error) << ".\n";
+  return 0;
+}
+
+int PutBack(const PlantOptions& options, std::int32_t row) {
+  Plant plant(options);
+  if (!PutBack(plant, row)) throw ToolError(RowName(row) + " is not set aside");
+  std::cout << "Put back " << RowName(row) << ".\n";
+  return 0;
+}
+
+}  // namespace
+
+void AddQueueCommands(CommandLine& line) {
+  const auto append = std::make_shared<AppendOptions>();
+  CLI::App* command = line.Command("append", "Queues one event under the time of the database",
+                                   [&line, append] { return Append(line.plant, *append); });
+  command->add_option("--machine", append->machine, "The machine")->required();
+  command->add_option("--event", append->event, "What happened, one of\n" + EventNames())->required();
+  command->add_option("--param", append->param,
+                      "The user, job, part, operation or downtime code that starts; how many good parts;\n"
+                      "how many scrapped ones and their scrap code, as in 5.17");
+  command->add_option("--dept", append->dept, "The department, when not that of the machine's record");
+  command->add_option("--location", append->location, "The location, likewise");
+  command->add_option("--group", append->group, "The group, likewise");
+
+  const auto options = std::make_shared<QueueOptions>();
+  CLI::App* const queue =
+      line.Command("queue", "Lists the events that wait, and sets events aside", [&line, options] {
+        return options->head    ? ShowHead(line.plant)
+               : options->aside ? ListAside(line.plant, options->csv)
+                                : ListQueue(line.plant, options->csv);
+      });
+  CLI::Option* const csv_flag = AddCsvFlag(*queue, options->csv);
+  CLI::Option* const head_flag =
+      queue->add_flag("--head", options->head,
+                      "Shows the first event, why it does not go through, and how many wait behind it");
+  queue->add_flag("--aside", options->aside, "Lists the events that are set aside")->excludes(head_flag);
+  head_flag->excludes(csv_flag);
+
+  const auto add_row = [&options](CLI::App* moving) {
+    moving->add_option("ROW", options->moved_row, "Its row in the queue")->required();
+  };
+  command = line.Command(*queue, "set-aside", "Moves an event out of the queue", [&line, options] {
+    return SetAside(line.plant, options->moved_row, options->reason);
+  });
+  add_row(command);
+  command->add_option("--reason", options->reason,
+                      "Why; when not given, the error that keeps the event at the head of an SQLite plant");
+  add_row(line.Command(*queue, "put-back", "Moves an event that is set aside back to its place in the queue",
+                       [&line, options] { return PutBack(line.plant, options->moved_row); }));
+
+  // The plant belongs to the command that is given last.
+  CLI::Option* const own_plant = queue->get_option("PLANT")->required(false);
+  queue->parse_complete_callback([queue, own_plant] {
+    if (queue->get_subcommands().empty() == (own_plant->count() != 0)) return;
+    if (own_plant->count() == 0) throw CLI::RequiredError("PLANT");
+    throw CLI::ExtrasError({own_plant->as<std::string>()});
+  });
 }
 
 }  // namespace kx::tool

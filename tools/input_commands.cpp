@@ -1,14 +1,22 @@
 #include <algorithm>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <unordered_map>
 
 #include "inputs/recorded_input.h"
 #include "plant/platform.h"
-#include "tools/commands.h"
+#include "plant/queue.h"
+#include "tools/command_line.h"
 
 namespace kx::tool {
 namespace {
+
+struct ImportOptions {
+  std::string file;
+  std::optional<std::int32_t> machine;  // of lines that name none
+  std::string format;                   // "csv", "shdr", or empty: by the file's name
+};
 
 // Puts recorded events into the queue under their own times.
 class Importer {
@@ -19,22 +27,8 @@ class Importer {
 
   void Queue(const RecordedEvent& event) {
     if (!event.machine && !options_.machine) throw ToolError("no machine is given");
-    const Machine& machine = MachineOf(event.machine ? *event.machine : *options_.machine);
-    Value command_id;
-    Value time_code;
-    if (event.event.type_code != kRefresh) {
-      const Command command = event.event.type_code == kCustom
-                                  ? plant_.FindCommand(event.event.command_number)
-                                  : plant_.FindCommandOfType(event.event.type_code);
-      RequireUsableParam(command.type_code, event.param);
-      command_id = command.id;
-      time_code = event.event.time_code;
-    }
-    plant_.Run(
-        "insert into T_SFC_MDC_LOG (COMMAND_ID, DEPT_ID, LOCATION_ID, GROUP_ID, MACHINE_ID, "
-        "COMMAND_TIME_CODE, TIME_STAMP, PARAM1) values (?, ?, ?, ?, ?, ?, ?, ?)",
-        {command_id, machine.dept_id, machine.location_id, machine.group_id, machine.id, time_code,
-         event.time, event.param.empty() ? Value() : Value(event.param)});
+    QueueEvent(plant_, MachineOf(event.machine ? *event.machine : *options_.machine), event.event,
+               event.param, event.time);
   }
 
  private:
@@ -49,8 +43,7 @@ class Importer {
   std::unordered_map<std::int32_t, Machine> machines_;
 };
 
-}  // namespace
-
+// 1 when lines were refused; the others are queued all the same.
 int Import(const PlantOptions& options, const ImportOptions& import) {
   std::ifstream file(ToPath(import.file), std::ios::binary);
   if (!file || file.peek() == std::ifstream::traits_type::eof())
@@ -84,6 +77,26 @@ int Import(const PlantOptions& options, const ImportOptions& import) {
   std::cout << "Queued " << queued << " events from " << import.file << ", refused "
             << recording.bad_lines.size() << " lines.\n";
   return recording.bad_lines.empty() ? 0 : 1;
+}
+
+}  // namespace
+
+void AddInputCommands(CommandLine& line) {
+  const auto options = std::make_shared<ImportOptions>();
+  CLI::App* const command = line.Command("import", "Queues recorded input under its own times",
+                                         [&line, options] { return Import(line.plant, *options); });
+  command->add_option("FILE", options->file, "The recorded input")->required();
+  command->add_option("--machine", options->machine, "The machine of lines that name none");
+  command
+      ->add_option("--format", options->format,
+                   "csv or shdr, by the file's name when not given.\n"
+                   "csv: the first line names the columns, in any order: time, event and, as needed, param\n"
+                   "and machine; events are called as in append. shdr: lines time|key|value|... of an\n"
+                   "adapter. A time with a Z at its end is UTC, any other plant time")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember({"csv", "shdr"}).description(""));
+  command->footer(
+      "Lines that cannot be queued are reported and make the exit status 1; all others are queued.");
 }
 
 }  // namespace kx::tool

@@ -1,8 +1,6 @@
 #include <array>
-#include <iostream>
 
-#include "plant/events.h"
-#include "tools/commands.h"
+#include "views/listings.h"
 #include "views/table.h"
 
 namespace kx::tool {
@@ -49,54 +47,7 @@ std::string StatusName(const Value& status_code) {
   return kNames[static_cast<std::size_t>(code)];
 }
 
-std::string QueuedEvent::Name() const { return EventName(type_code, time_code, command_id); }
-
-std::string QueuedEvent::Description() const {
-  return "row " + std::to_string(row) + " (" + Name() + ", machine " + std::to_string(machine_id) + ", " +
-         time + ")";
-}
-
-namespace {
-
-std::vector<QueuedEvent> ReadEvents(Plant& plant, const std::string& condition,
-                                    std::initializer_list<Value> parameters = {}) {
-  const Rows rows = plant.Run(
-      "select l.MDC_LOG_ID, l.COMMAND_ID, c.COMMAND_TYPE_CODE, l.COMMAND_TIME_CODE, l.MACHINE_ID, "
-      "l.TIME_STAMP, l.PARAM1 from T_SFC_MDC_LOG l left join T_SFC_COMMAND c on c.COMMAND_ID = l.COMMAND_ID" +
-          condition + " order by l.MDC_LOG_ID",
-      parameters);
-  std::vector<QueuedEvent> events;
-  for (std::size_t i = 0; i < rows.count(); ++i) {
-    events.push_back({rows.at(i, 0).ToInt32(), rows.at(i, 1).ToInt32Or(-1), rows.at(i, 2).ToInt32Or(-1),
-                      rows.at(i, 3).ToInt32Or(-1), rows.at(i, 4).ToInt32Or(-1), rows.at(i, 5).ToTextOr(""),
-                      rows.at(i, 6).ToTextOr("")});
-  }
-  return events;
-}
-
-}  // namespace
-
-std::vector<QueuedEvent> ReadQueue(Plant& plant) { return ReadEvents(plant, ""); }
-
-std::optional<QueuedEvent> ReadQueuedEvent(Plant& plant, std::optional<std::int32_t> row) {
-  const auto events =
-      row ? ReadEvents(plant, " where l.MDC_LOG_ID = ?", {*row})
-          : ReadEvents(plant, " where l.MDC_LOG_ID in (select min(MDC_LOG_ID) from T_SFC_MDC_LOG)");
-  return events.empty() ? std::nullopt : std::optional(events.front());
-}
-
-int ListQueue(const PlantOptions& options, bool csv) {
-  Plant plant(options);
-  Table table({"row", "time", "machine", "event", "param"});
-  for (const QueuedEvent& event : ReadQueue(plant))
-    table.Add({event.row, event.time, event.machine_id, event.Name(), event.param});
-  table.Print(std::cout, csv);
-  if (!csv) MentionAside(plant);
-  return 0;
-}
-
-int ListStatus(const PlantOptions& options, bool csv) {
-  Plant plant(options);
+void PrintStatus(Plant& plant, std::ostream& output, bool csv) {
   const Rows rows = plant.Run(
       std::string("select m.MACHINE_ID, m.VELKARIS_ID, m.MACHINE_NAME, m.STATUS_CODE, m.STATUS_DATE, "
                   "m.MACHINE_DATA_ID, ") +
@@ -110,13 +61,10 @@ int ListStatus(const PlantOptions& options, bool csv) {
     AppendContext(row, rows, i, 6);
     table.Add(std::move(row));
   }
-  table.Print(std::cout, csv);
-  if (!csv) MentionAside(plant);
-  return 0;
+  table.Print(output, csv);
 }
 
-int ListRecords(const PlantOptions& options, const RecordFilter& filter, bool csv) {
-  Plant plant(options);
+void PrintRecords(Plant& plant, const RecordFilter& filter, std::ostream& output, bool csv) {
   std::string sql = std::string(
                         "select d.MACHINE_DATA_ID, d.MACHINE_ID, d.START_TIME, d.STOP_TIME, "
                         "(select SHIFT_NAME from T_SFC_SHIFT s where s.SHIFT_ID = d.SHIFT_ID) as SHIFT_NAME, "
@@ -151,8 +99,7 @@ int ListRecords(const PlantOptions& options, const RecordFilter& filter, bool cs
     for (std::size_t column = 7; column < 16; ++column) row.push_back(rows.at(i, column));
     table.Add(std::move(row));
   }
-  table.Print(std::cout, csv);
-  return 0;
+  table.Print(output, csv);
 }
 
 }  // namespace kx::tool

@@ -1,15 +1,90 @@
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
 #include <iostream>
+#include <memory>
 
 #include "database/table_key.h"
-#include "plant/component.h"
-#include "plant/events.h"
+#include "plant/client.h"
 #include "plant/platform.h"
+#include "plant/queue.h"
 #include "plant/temporary_folder.h"
-#include "tools/commands.h"
+#include "plant/trial.h"
+#include "tools/command_line.h"
+#include "views/listings.h"
 
 namespace kx::tool {
 namespace {
+
+// A bar on the standard error as long as that is a terminal.
+class ProgressBar {
+ public:
+  explicit ProgressBar(std::int32_t total) : total_(total), shown_(IsErrorATerminal()) {}
+  ~ProgressBar() {
+    if (shown_) std::fputs("\r\x1b[K", stderr);
+  }
+  ProgressBar(const ProgressBar&) = delete;
+  ProgressBar& operator=(const ProgressBar&) = delete;
+
+  void Show(std::int32_t done) {
+    constexpr int kWidth = 50;
+    const int filled = static_cast<int>(std::int64_t{done} * kWidth / total_);
+    if (!shown_ || filled == filled_) return;
+    filled_ = filled;
+    const std::string bar(static_cast<std::size_t>(filled), '=');
+    std::fprintf(stderr, "\r[%-*s] %d of %d", kWidth, bar.c_str(), done, total_);
+  }
+
+ private:
+  std::int32_t total_;
+  bool shown_;
+  int filled_ = -1;
+};
+
+// Why the first event did not go through.
+std::string FailureText(Plant& plant, const std::string& error) {
+  std::string event = "the first event";
+  try {
+    if (const auto first = ReadQueuedEvent(plant)) event = first->Description();
+  } catch (const DatabaseError&) {
+    // What the component reported says more than a failure to read the row.
+  }
+  if (!error.empty()) return event + ": " + error;
+  return event + " was applied, but its row could not be deleted; the next run applies it again";
+}
+
+// Works off the first event or, with `all`, all that wait when it begins.
+int Process(const PlantOptions& options, bool all) {
+  Plant plant(options);
+  kxdata7::Client component = ConnectComponent(options);
+  // The events that arrive meanwhile are left to the next run. Within the count a False is a failure, unless
+  // the queue is empty because others were set aside meanwhile.
+  const std::int32_t waiting = component.Count();
+  if (waiting == 0) {
+    std::cout << "Nothing waits.\n";
+    return 0;
+  }
+  const std::int32_t total = all ? waiting : 1;
+  const std::string first = all ? "" : ReadQueuedEvent(plant).value().Description();
+  const auto begin = std::chrono::steady_clock::now();
+  std::int32_t done = 0;
+  kxdata7::Answer answer;
+  {
+    ProgressBar bar(total);
+    while (done < total && (answer = component.Next())) bar.Show(++done);
+  }
+  if (all) {
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
+    char time[32];
+    std::snprintf(time, sizeof time, "%.1f", seconds.count());
+    std::cout << "Applied " << done << " of " << waiting << " events in " << time << " s.\n";
+  } else if (done == total) {
+    std::cout << "Applied " << first << ".\n";
+  }
+  if (done < total && !(answer.neither() && component.Count() == 0))
+    throw ToolError(FailureText(plant, answer.error));
+  return 0;
+}
 
 std::string Show(const Value& value) { return value.ToTextOr("NULL"); }
 
@@ -65,41 +140,17 @@ bool PrintAllChanges(Plant& plant) {
 }
 
 // The copy of a plant with all that waits ahead of `event` worked in, and nothing queued behind it.
-void PrepareCopy(Plant& copy, Component& component, const std::vector<QueuedEvent>& queue,
+void PrepareCopy(Plant& copy, kxdata7::Client& component, const std::vector<QueuedEvent>& queue,
                  const QueuedEvent& event) {
   copy.Run("delete from T_SFC_MDC_LOG where MDC_LOG_ID > ?", {event.row});
   for (const QueuedEvent& ahead : queue) {
-    std::string error;
     if (ahead.row == event.row) return;
-    if (!component.DoNext(error))
-      throw ToolError("the queue stops at " + ahead.Description() + ", ahead of it: " + error);
+    if (const kxdata7::Answer answer = component.Next(); !answer)
+      throw ToolError("the queue stops at " + ahead.Description() + ", ahead of it: " + answer.error);
   }
 }
 
-// Copies the plant to `file`. False: it is no plant that can be copied.
-bool CopyPlant(const PlantOptions& options, const std::string& file) {
-  Plant plant(options);
-  if (plant.db.target() != SqlTarget::kSqlite) return false;
-  plant.Run("vacuum into ?", {file});
-  return true;
-}
-
-PlantOptions InFile(const PlantOptions& options, std::string file) {
-  return {std::move(file), options.library, options.dialect, false};
-}
-
-}  // namespace
-
-std::optional<std::string> TrialError(const PlantOptions& options, std::int32_t row) {
-  const TemporaryFolder folder;
-  const PlantOptions copy = InFile(options, ToText(folder.path() / "copy.db"));
-  if (!CopyPlant(options, copy.plant)) return std::nullopt;
-  Plant(copy).Run("delete from T_SFC_MDC_LOG where MDC_LOG_ID <> ?", {row});
-  std::string error;
-  const bool done = Component(copy, PlantConnectionString(copy.plant)).DoNext(error);
-  return done || !error.empty() ? error : "the event is applied, but its row cannot be deleted";
-}
-
+// Shows what the event in row `row` of the queue, or the first one, will change, by a trial on a copy.
 int Explain(const PlantOptions& options, std::optional<std::int32_t> row) {
   const TemporaryFolder folder;
   const PlantOptions before = InFile(options, ToText(folder.path() / "before.db"));
@@ -115,7 +166,7 @@ int Explain(const PlantOptions& options, std::optional<std::int32_t> row) {
     return 0;
   }
   {
-    Component component(before, PlantConnectionString(before.plant));
+    kxdata7::Client component = ConnectComponent(before);
     PrepareCopy(copy, component, queue, *event);
   }
   copy.Run("vacuum into ?", {after.plant});
@@ -125,13 +176,28 @@ int Explain(const PlantOptions& options, std::optional<std::int32_t> row) {
             << (event->param.empty() ? "" : ", \"" + event->param + '"')
             << "\nHandler: " << (handler.empty() ? "none" : handler) << '\n';
   PrintMachine(copy, event->machine_id);
-  std::string error;
-  const bool done = Component(after, PlantConnectionString(after.plant)).DoNext(error);
+  const kxdata7::Answer answer = ConnectComponent(after).Next();
   Plant result(after);
   result.Run("attach ? as old", {before.plant});
   if (!PrintAllChanges(result)) std::cout << "No record changes.\n";
-  std::cout << (done ? "The row leaves the queue.\n" : "The row stays in the queue: " + error + '\n');
+  std::cout << (answer ? "The row leaves the queue.\n"
+                       : "The row stays in the queue: " + answer.error + '\n');
   return 0;
+}
+
+}  // namespace
+
+void AddProcessCommands(CommandLine& line) {
+  const auto all = std::make_shared<bool>();
+  line.Command("process", "Works the first event of the queue into the records",
+               [&line, all] { return Process(line.plant, *all); })
+      ->add_flag("--all", *all, "All events that wait when it begins; it stops at one that fails");
+
+  const auto row = std::make_shared<std::optional<std::int32_t>>();
+  line.Command("explain", "Shows what an event will change, by a trial on a copy of the plant",
+               [&line, row] { return Explain(line.plant, *row); })
+      ->add_option("ROW", *row,
+                   "Its row in the queue, the first one when not given; those ahead of it go before");
 }
 
 }  // namespace kx::tool

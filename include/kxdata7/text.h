@@ -1,16 +1,18 @@
-#include "database/utf.h"
+// Texts between UTF-8 and UTF-16. What is no valid text becomes U+FFFD: a lone surrogate, or each byte of a
+// sequence that is no UTF-8.
+#pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
+#include <string_view>
 
-namespace kx {
-namespace {
+namespace kxdata7 {
+namespace text_internal {
 
-constexpr char32_t kReplacement = 0xFFFD;
+inline constexpr char32_t kReplacement = 0xFFFD;
 
-bool IsHighSurrogate(char32_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
-bool IsLowSurrogate(char32_t unit) { return unit >= 0xDC00 && unit < 0xE000; }
-
-void AppendUtf8(std::string& out, char32_t code) {
+inline void AppendUtf8(std::string& out, char32_t code) {
   const auto put = [&out](char32_t byte) { out.push_back(static_cast<char>(byte)); };
   if (code < 0x80) {
     put(code);
@@ -29,8 +31,8 @@ void AppendUtf8(std::string& out, char32_t code) {
   }
 }
 
-// Reads the character at `at` and moves behind it; a malformed sequence counts as one replacement a byte.
-char32_t TakeUtf8(std::string_view text, std::size_t& at) {
+// Reads the character at `at` and moves behind it.
+inline char32_t TakeUtf8(std::string_view text, std::size_t& at) {
   const auto byte = [&](std::size_t index) { return static_cast<std::uint8_t>(text[index]); };
   const std::uint8_t lead = byte(at++);
   if (lead < 0x80) return lead;
@@ -50,16 +52,18 @@ char32_t TakeUtf8(std::string_view text, std::size_t& at) {
   return code;
 }
 
-}  // namespace
-
-std::string Utf16ToUtf8(std::u16string_view text) {
+template <class Unit>
+std::string Encode(std::basic_string_view<Unit> text) {
+  static_assert(sizeof(Unit) == 2);
+  const auto is_high = [](char32_t unit) { return unit >= 0xD800 && unit < 0xDC00; };
+  const auto is_low = [](char32_t unit) { return unit >= 0xDC00 && unit < 0xE000; };
   std::string out;
   out.reserve(text.size());
   for (std::size_t at = 0; at < text.size(); ++at) {
     char32_t code = text[at];
-    if (IsHighSurrogate(code) && at + 1 < text.size() && IsLowSurrogate(text[at + 1])) {
+    if (is_high(code) && at + 1 < text.size() && is_low(text[at + 1])) {
       code = 0x10000 + ((code - 0xD800) << 10) + (text[++at] - 0xDC00u);
-    } else if (IsHighSurrogate(code) || IsLowSurrogate(code)) {
+    } else if (is_high(code) || is_low(code)) {
       code = kReplacement;
     }
     AppendUtf8(out, code);
@@ -67,19 +71,30 @@ std::string Utf16ToUtf8(std::u16string_view text) {
   return out;
 }
 
-std::u16string Utf8ToUtf16(std::string_view text) {
-  std::u16string out;
+template <class Unit>
+std::basic_string<Unit> Decode(std::string_view text) {
+  static_assert(sizeof(Unit) == 2);
+  std::basic_string<Unit> out;
   out.reserve(text.size());
   for (std::size_t at = 0; at < text.size();) {
     const char32_t code = TakeUtf8(text, at);
     if (code < 0x10000) {
-      out.push_back(static_cast<char16_t>(code));
+      out.push_back(static_cast<Unit>(code));
     } else {
-      out.push_back(static_cast<char16_t>(0xD800 + ((code - 0x10000) >> 10)));
-      out.push_back(static_cast<char16_t>(0xDC00 + (code & 0x3FF)));
+      out.push_back(static_cast<Unit>(0xD800 + ((code - 0x10000) >> 10)));
+      out.push_back(static_cast<Unit>(0xDC00 + (code & 0x3FF)));
     }
   }
   return out;
 }
 
-}  // namespace kx
+}  // namespace text_internal
+
+inline std::string ToUtf8(std::u16string_view text) { return text_internal::Encode(text); }
+inline std::u16string ToUtf16(std::string_view text) { return text_internal::Decode<char16_t>(text); }
+#ifdef _WIN32
+inline std::string ToUtf8(std::wstring_view text) { return text_internal::Encode(text); }
+inline std::wstring ToWide(std::string_view text) { return text_internal::Decode<wchar_t>(text); }
+#endif
+
+}  // namespace kxdata7

@@ -1,0 +1,86 @@
+#include "tools/command_line.h"
+
+#include <array>
+#include <iostream>
+
+#include "plant/queue.h"
+
+namespace kx::tool {
+namespace {
+
+const CLI::Validator kDialect(
+    [](std::string& text) {
+      constexpr std::array kNames = {"oracle", "access", "sqlserver"};
+      for (std::size_t number = 0; number < kNames.size(); ++number) {
+        if (text == kNames[number]) text = std::to_string(number);
+        if (text == std::to_string(number)) return std::string();
+      }
+      return text + " is no dialect; there are oracle, access and sqlserver";
+    },
+    "");
+
+}  // namespace
+
+CommandLine::CommandLine() {
+  app.require_subcommand(1);
+  app.set_version_flag("--version", KXDATA7_VERSION);
+  app.failure_message([](const CLI::App*, const CLI::Error& error) {
+    return std::string("kxdata7: ") + error.what() + "\n";
+  });
+  app.add_option("--library", plant.library,
+                 "The component, when it is neither beside the tool nor installed with it nor registered")
+      ->type_name("FILE")
+      ->envname("KXDATA7_LIBRARY");
+  app.add_option("--dialect", plant.dialect,
+                 "The SQL that the component writes: oracle (0), access (1) or sqlserver (2).\n"
+                 "Oracle when not given, as in the component itself; on SQLite all three do the same")
+      ->type_name("DIALECT")
+      ->transform(kDialect);
+  app.add_flag("--dnc", plant.by_dnc,
+               "Departments, locations, groups, machines and commands are given by their numbers in the\n"
+               "DNC system, not by internal ids");
+  AddPlantCommands(*this);
+  AddInputCommands(*this);
+  AddProcessCommands(*this);
+  AddQueueCommands(*this);
+  AddViewCommands(*this);
+}
+
+CLI::App* CommandLine::Command(CLI::App& parent, const char* name, const char* description,
+                               std::function<int()> action) {
+  CLI::App* const command = parent.add_subcommand(name, description);
+  command
+      ->add_option("PLANT", plant.plant, "The plant: an SQLite file, or a connection string, which has a =")
+      ->required();
+  command->fallthrough();
+  command->callback([this, command, action = std::move(action)] {
+    if (command->get_subcommands().empty()) run = action;
+  });
+  return command;
+}
+
+CLI::Option* AddCsvFlag(CLI::App& listing, bool& csv) {
+  return listing.add_flag("--csv", csv, "Comma-separated, with full precision");
+}
+
+CLI::Option* AddTimeOption(CLI::App& command, const std::string& name, std::optional<DateTime>& time,
+                           const std::string& description) {
+  return command
+      .add_option_function<std::string>(
+          name,
+          [&time, name](const std::string& text) {
+            time = DateTime::Parse(text);
+            if (!time) throw CLI::ValidationError(name, "\"" + text + "\" is no date or date and time");
+          },
+          description)
+      ->type_name("TIME");
+}
+
+void MentionAside(Plant& plant) {
+  const std::int32_t count = CountAside(plant);
+  if (count == 0) return;
+  std::cout << (count == 1 ? "1 event is" : std::to_string(count) + " events are")
+            << " set aside; \"kxdata7 queue --aside\" lists them.\n";
+}
+
+}  // namespace kx::tool

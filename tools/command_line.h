@@ -1,0 +1,44 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "plant/plant.h"
+
+namespace kx::tool {
+
+// The command line: what all commands share. Each group of commands adds its own and keeps its options in
+// them; `run` is what the chosen command does, and its result the exit status.
+class CommandLine {
+ public:
+  CommandLine();
+
+  // Adds a command that works on a plant. Options that the action refers to live as long as the action.
+  CLI::App* Command(CLI::App& parent, const char* name, const char* description, std::function<int()> action);
+  CLI::App* Command(const char* name, const char* description, std::function<int()> action) {
+    return Command(app, name, description, std::move(action));
+  }
+
+  CLI::App app{"Machine data collection: events in, records out.", "kxdata7"};
+  PlantOptions plant;
+  std::function<int()> run;
+};
+
+void AddPlantCommands(CommandLine& line);
+void AddInputCommands(CommandLine& line);
+void AddProcessCommands(CommandLine& line);
+void AddQueueCommands(CommandLine& line);
+void AddViewCommands(CommandLine& line);
+
+CLI::Option* AddCsvFlag(CLI::App& listing, bool& csv);
+
+// An option for a date or a date and time.
+CLI::Option* AddTimeOption(CLI::App& command, const std::string& name, std::optional<DateTime>& time,
+                           const std::string& description);
+
+// Says how many events are set aside, when there are any.
+void MentionAside(Plant& plant);
+
+}  // namespace kx::tool

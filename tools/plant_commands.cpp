@@ -1,0 +1,85 @@
+#include <ctime>
+#include <iostream>
+#include <memory>
+
+#include "plant/client.h"
+#include "tools/command_line.h"
+#include "tools/doctor.h"
+
+namespace kx::tool {
+namespace {
+
+struct Options {
+  bool demo = false;
+  std::optional<DateTime> start;
+  NewMachine machine;
+  bool remove = false;
+
+  DateTime Start() const { return start ? *start : PlantTime(std::time(nullptr)).Date(); }
+};
+
+void AddStartOption(CLI::App& command, Options& options) {
+  AddTimeOption(command, "--start", options.start,
+                "When the first record starts; midnight today when not given");
+}
+
+int Create(const PlantOptions& plant, const Options& options) {
+  CreatePlant(plant, options.demo, options.Start());
+  std::cout << "The plant is ready" << (options.demo ? ", with the demo's machines.\n" : ".\n");
+  return 0;
+}
+
+int AddMachine(const PlantOptions& options, NewMachine machine, DateTime start) {
+  Plant plant(options);
+  for (auto [table, id] :
+       {std::pair("T_SFC_DEPT", &machine.dept_id), std::pair("T_SFC_LOCATION", &machine.location_id),
+        std::pair("T_SFC_GROUP", &machine.group_id)}) {
+    if (*id != -1) *id = plant.FindId(table, *id);
+  }
+  plant.db.Begin();
+  const std::int32_t id = AddMachine(plant, machine, start);
+  plant.db.Commit();
+  std::cout << "Machine " << id << " is added.\n";
+  return 0;
+}
+
+// Registers the component for clients that give no file, or takes the registration back.
+int Register(const PlantOptions& options, bool remove) {
+  const kxdata7::Library library = FindLibrary(options);
+  remove ? library.Unregister() : library.Register();
+  std::cout << (remove ? "The registration is removed.\n" : "The component is registered.\n");
+  return 0;
+}
+
+}  // namespace
+
+void AddPlantCommands(CommandLine& line) {
+  const auto options = std::make_shared<Options>();
+  CLI::App* command = line.Command("create", "Creates the tables that are missing",
+                                   [&line, options] { return Create(line.plant, *options); });
+  command->add_flag("--demo", options->demo, "Adds a small plant to work with");
+  AddStartOption(*command, *options);
+
+  CLI::App* const machines = line.app.add_subcommand("machine", "Changes the machines");
+  machines->require_subcommand(1)->fallthrough();
+  command = line.Command(*machines, "add", "Adds a machine with its first record", [&line, options] {
+    return AddMachine(line.plant, options->machine, options->Start());
+  });
+  command->add_option("--name", options->machine.name, "How the machine is called")->required();
+  command->add_option("--number", options->machine.dnc_number, "Its number in the DNC system");
+  command->add_option("--dept", options->machine.dept_id, "Its department");
+  command->add_option("--location", options->machine.location_id, "Its location");
+  command->add_option("--group", options->machine.group_id, "Its group");
+  AddStartOption(*command, *options);
+
+  command =
+      line.app.add_subcommand("register", "Registers the component for clients that name no file of it");
+  command->add_flag("--remove", options->remove, "Takes the registration back");
+  command->callback(
+      [&line, options] { line.run = [&line, options] { return Register(line.plant, options->remove); }; });
+
+  line.Command("doctor", "Examines the plant, its tables and what the component writes there",
+               [&line] { return Doctor(line.plant); });
+}
+
+}  // namespace kx::tool
