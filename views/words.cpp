@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "database/text.h"
-#include "database/utf.h"
+#include "kxdata7/text.h"
 
 namespace kx::tool {
 namespace {
@@ -21,7 +21,7 @@ std::int64_t RoundedMinutes(std::int64_t seconds) { return (seconds + 30) / 60; 
 
 std::string TwoDigits(std::int64_t number) { return Concat(number < 10 ? "0" : "", number); }
 
-std::string ValidUtf8(std::string_view text) { return Utf16ToUtf8(Utf8ToUtf16(text)); }
+std::string ValidUtf8(std::string_view text) { return kxdata7::ToUtf8(kxdata7::ToUtf16(text)); }
 
 }  // namespace
 
