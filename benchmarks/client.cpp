@@ -29,40 +29,22 @@ long MemoryInKib(const std::string& name) {
   return 0;
 }
 
-class Client {
- public:
-  Client(const char* library, const char* connection) : library_(kxdata7::Library::Load(library)) {
-    const auto text = kxdata7::Bstr::FromUtf8(connection);
-    Require(object_->ConnectToDatabase(text.get(), 0, error_.inout(), &done_));
-  }
-  // False when the queue is empty.
-  bool Process() {
-    library_.Check(object_->DoNextItemFromMDCLog(error_.inout(), &done_));
-    if (done_ != VARIANT_TRUE && !error_.ToUtf8().empty()) throw std::runtime_error(error_.ToUtf8());
-    return done_ == VARIANT_TRUE;
-  }
-  void Append() {
-    Require(object_->AppendItemToMDCLog(1, 2, 3, 1, 113, param_.get(), 0, error_.inout(), &done_));
-  }
+using kxdata7::Client;
 
- private:
-  void Require(HRESULT result) {
-    library_.Check(result);
-    if (done_ != VARIANT_TRUE) throw std::runtime_error("a call failed: " + error_.ToUtf8());
-  }
+// False when the queue is empty.
+bool Process(Client& client) {
+  const kxdata7::Answer answer = client.Next();
+  if (!answer && !answer.neither()) throw std::runtime_error(answer.error);
+  return answer.done;
+}
 
-  kxdata7::Library library_;
-  kxdata7::ComPtr<_CKXData7Obj> object_ = library_.Create();
-  kxdata7::Bstr error_;
-  kxdata7::Bstr param_ = kxdata7::Bstr::FromUtf8("1");
-  VARIANT_BOOL done_ = VARIANT_FALSE;
-};
+void Append(Client& client) { client.Append({1, 2, 3, 1, 113}, "1", 0).OrThrow(); }
 
 void WorkOff(Client& client) {
   constexpr long kWarmUp = 50'000;
   long events = 0;
   long first = 0;
-  while (client.Process()) {
+  while (Process(client)) {
     if (++events == kWarmUp) first = MemoryInKib("VmRSS");
   }
   std::cout << first << ' ' << MemoryInKib("VmRSS") << ' ' << MemoryInKib("VmHWM") << ' ' << events
@@ -91,8 +73,8 @@ void Serve(Client& client) {
     for (std::int64_t& time : times) {
       const auto begin = steady_clock::now();
       if (task == "append") {
-        client.Append();
-      } else if (!client.Process()) {
+        Append(client);
+      } else if (!Process(client)) {
         throw std::runtime_error("no event is left");
       }
       time = std::chrono::nanoseconds(steady_clock::now() - begin).count();
@@ -107,11 +89,12 @@ void Serve(Client& client) {
 int main(int argc, char** argv) {
   if (argc < 4) return 2;
   try {
-    Client client(argv[1], argv[2]);
+    Client client(kxdata7::Library::Load(argv[1]));
+    client.Connect(argv[2]).OrThrow();
     const std::string task = argv[3];
     if (task == "work") WorkOff(client);
-    if (task == "process") RunFor(std::stoi(argv[4]), [&] { client.Process(); });
-    if (task == "append") RunFor(std::stoi(argv[4]), [&] { client.Append(); });
+    if (task == "process") RunFor(std::stoi(argv[4]), [&] { Process(client); });
+    if (task == "append") RunFor(std::stoi(argv[4]), [&] { Append(client); });
     if (task == "serve") Serve(client);
     return 0;
   } catch (const std::exception& error) {

@@ -48,7 +48,7 @@ void MeasureComCalls(Report& report) {
   test::Component component;
   std::string error;
   ConnectToDatabase(session, "Driver=idle", 0, error);
-  component.Connect("Driver=idle", 0);
+  component.Connect("Driver=idle", kxdata7::Dialect{0});
   ProcessHost() = before;
 
   bool appended = false;

@@ -11,65 +11,29 @@
 
 namespace {
 
-// Of the DNC system: where the machine stands, and the commands.
-constexpr LONG kDept = 10, kLocation = 1, kGroup = 10, kMachine = 101;
-constexpr LONG kCycle = 9, kGoodParts = 13;
+namespace command_type = kxdata7::command_type;
+namespace time_code = kxdata7::time_code;
 
-constexpr LONG kStart = 0, kEnd = 1;
+// By the numbers of the DNC system, in which the demo plant's commands have the numbers of their types.
+void Report(kxdata7::Client& component, const char* what, LONG command, LONG time_code, const char* param) {
+  component
+      .Append({.dept = 10, .location = 1, .group = 10, .machine = 101, .command = command}, param, time_code,
+              kxdata7::NumberKind::kDnc)
+      .OrThrow();
+  std::cout << "Queued: " << what << ".\n";
+}
 
-constexpr LONG kSqlServer = 2;  // the dialect of the statements; an SQLite plant takes each of the three
-
-class Monitor {
- public:
-  Monitor(const kxdata7::Library& library, const char* connection_string)
-      : library_(library), component_(library.Create()) {
-    kxdata7::Bstr error;
-    VARIANT_BOOL connected = VARIANT_FALSE;
-    library_.Check(component_->ConnectToDatabase(kxdata7::Bstr::FromUtf8(connection_string).get(), kSqlServer,
-                                                 error.inout(), &connected));
-    if (connected != VARIANT_TRUE) throw std::runtime_error(error.ToUtf8());
-  }
-
-  void Report(const char* what, LONG command, LONG time_code, const char* param) {
-    kxdata7::Bstr error;
-    VARIANT_BOOL queued = VARIANT_FALSE;
-    library_.Check(component_->AppendItemToMDCLogDNC(kDept, kLocation, kGroup, kMachine, command,
-                                                     kxdata7::Bstr::FromUtf8(param).get(), time_code,
-                                                     error.inout(), &queued));
-    if (queued != VARIANT_TRUE) {
-      throw std::runtime_error(error.view().empty() ? "The database did not take the event."
-                                                    : error.ToUtf8());
-    }
-    std::cout << "Queued: " << what << ".\n";
-  }
-
-  LONG Count() {
-    LONG count = 0;
-    library_.Check(component_->GetMDCLogCount(&count));
-    return count;
-  }
-
-  // Applies the events that wait, one by one.
-  void WorkOff() {
-    const LONG waiting = Count();
-    LONG applied = 0;
-    kxdata7::Bstr error;
-    for (; applied < waiting; ++applied) {
-      VARIANT_BOOL done = VARIANT_FALSE;
-      library_.Check(component_->DoNextItemFromMDCLog(error.inout(), &done));
-      if (done != VARIANT_TRUE) break;
-    }
-    std::cout << waiting << " events waited, " << applied << " were applied.\n";
-    // A False with a text: the first event stays for this reason. Without a text: nothing waits, or the event
-    // was applied and only its row stays.
-    if (!error.view().empty()) throw std::runtime_error("The first event stays: " + error.ToUtf8());
-    if (applied < waiting && Count() > 0) throw std::runtime_error("The first event stays although applied.");
-  }
-
- private:
-  const kxdata7::Library& library_;
-  kxdata7::ComPtr<_CKXData7Obj> component_;
-};
+// Applies the events that wait, one by one.
+void WorkOff(kxdata7::Client& component) {
+  const LONG waiting = component.Count();
+  LONG applied = 0;
+  kxdata7::Answer answer;
+  while (applied < waiting && (answer = component.Next())) ++applied;
+  std::cout << waiting << " events waited, " << applied << " were applied.\n";
+  if (!answer.error.empty()) throw std::runtime_error("The first event stays: " + answer.error);
+  if (applied < waiting && component.Count() > 0)
+    throw std::runtime_error("The first event stays although applied.");
+}
 
 }  // namespace
 
@@ -83,12 +47,12 @@ int main(int argc, char* argv[]) {
   if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) return 1;
 #endif
   try {
-    const auto library = argc == 3 ? kxdata7::Library::Load(argv[2]) : kxdata7::Library::Registered();
-    Monitor monitor(library, argv[1]);
-    monitor.Report("cycle start", kCycle, kStart, "");
-    monitor.Report("cycle end", kCycle, kEnd, "");
-    monitor.Report("one good part", kGoodParts, kStart, "1");
-    monitor.WorkOff();
+    kxdata7::Client component(argc == 3 ? kxdata7::Library::Load(argv[2]) : kxdata7::Library::Registered());
+    component.Connect(argv[1], kxdata7::Dialect::kSqlServer).OrThrow();
+    Report(component, "cycle start", command_type::kCycle, time_code::kStart, "");
+    Report(component, "cycle end", command_type::kCycle, time_code::kEnd, "");
+    Report(component, "one good part", command_type::kGoodPartCount, time_code::kStart, "1");
+    WorkOff(component);
   } catch (const std::exception& error) {
     std::cerr << "monitor: " << error.what() << '\n';
     return 1;

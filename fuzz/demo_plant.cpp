@@ -71,11 +71,6 @@ DemoPlant::DemoPlant() {
       .open_engine = [this](const ConnectionString&,
                             const Waiting&) { return std::make_unique<LentEngine>(*engine_); },
   };
-  void* made = nullptr;
-  Require(DllGetClassObject(CLSID_CKXData7Obj, IID_IClassFactory, &made) == S_OK, "a class factory");
-  const auto factory = kxdata7::ComPtr<IClassFactory>::Attach(static_cast<IClassFactory*>(made));
-  Require(factory->CreateInstance(nullptr, IID__CKXData7Obj, &made) == S_OK, "an object");
-  object = kxdata7::ComPtr<_CKXData7Obj>::Attach(static_cast<_CKXData7Obj*>(made));
 }
 
 void DemoPlant::Reset() {
@@ -84,11 +79,7 @@ void DemoPlant::Reset() {
 }
 
 void DemoPlant::Connect(LONG database_type) {
-  const kxdata7::Bstr string(u"Provider=SQLite");
-  kxdata7::Bstr error;
-  VARIANT_BOOL done = VARIANT_FALSE;
-  object->ConnectToDatabase(string.get(), database_type, error.inout(), &done);
-  Require(done == VARIANT_TRUE, "a connection");
+  component.Connect("Provider=SQLite", static_cast<kxdata7::Dialect>(database_type)).OrThrow();
 }
 
 }  // namespace kx::fuzz

@@ -26,7 +26,7 @@ class DemoPlant {
   }
   void Connect(LONG database_type);
 
-  kxdata7::ComPtr<_CKXData7Obj> object;
+  kxdata7::Client component{kxdata7::Library::Linked()};
 
  private:
   std::unique_ptr<Engine> engine_;

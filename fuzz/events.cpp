@@ -24,31 +24,24 @@ std::int64_t Waiting(DemoPlant& plant) { return Count(plant, "select count(*) fr
 bool IsPlain(std::string_view text) { return text.find_first_of(std::string_view("'\0", 2)) == text.npos; }
 
 void Append(DemoPlant& plant, LONG machine, LONG command, LONG time_code, const std::string& param) {
-  const kxdata7::Bstr text = kxdata7::Bstr::FromUtf8(param);
-  kxdata7::Bstr error;
-  VARIANT_BOOL done = VARIANT_FALSE;
-  const HRESULT result = plant.object->AppendItemToMDCLog(1, 1, 1, machine, command, text.get(), time_code,
-                                                          error.inout(), &done);
-  Require(result == S_OK, "an append is S_OK");
-  Require(Waiting(plant) == (done == VARIANT_TRUE ? 1 : 0), "an event is queued or not");
+  const bool done = plant.component.Append({1, 1, 1, machine, command}, param, time_code).done;
+  Require(Waiting(plant) == (done ? 1 : 0), "an event is queued or not");
   if (IsPlain(param)) {
-    Require(done == VARIANT_TRUE, "plain text is queued");
+    Require(done, "plain text is queued");
     const Value stored = plant.Run("select PARAM1 from T_SFC_MDC_LOG").at(0, 0);
-    Require(command == -1 || stored.ToTextOr("") == text.ToUtf8(), "the text is queued as it is");
+    Require(command == -1 || stored.ToTextOr("") == param, "the text is queued as it is");
   }
 }
 
 void Process(DemoPlant& plant, bool plain) {
-  kxdata7::Bstr error;
-  VARIANT_BOOL done = VARIANT_FALSE;
-  Require(plant.object->DoNextItemFromMDCLog(error.inout(), &done) == S_OK, "processing is S_OK");
-  const std::string text = error.ToUtf8();
-  Require((done == VARIANT_TRUE) == text.empty(), "an event is applied, or there is a reason");
-  Require(Waiting(plant) == (done == VARIANT_TRUE ? 0 : 1), "an event goes when it is applied");
+  const kxdata7::Answer answer = plant.component.Next();
+  Require(!answer.neither(), "an event is applied, or there is a reason");
+  Require(Waiting(plant) == (answer ? 0 : 1), "an event goes when it is applied");
   for (const char* sql_error : {"syntax error", "unrecognized token", "no such", "not exactly one"}) {
-    Require(!plain || text.find(sql_error) == text.npos, "a statement with plain text is good SQL");
+    Require(!plain || answer.error.find(sql_error) == answer.error.npos,
+            "a statement with plain text is good SQL");
   }
-  if (done != VARIANT_TRUE) plant.Run("delete from T_SFC_MDC_LOG");
+  if (!answer) plant.Run("delete from T_SFC_MDC_LOG");
 }
 
 void RunEvents(DemoPlant& plant, std::string_view input) {

@@ -96,7 +96,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   EXCEPINFO exception{};
   UINT bad_argument = count;
   const HRESULT outcome =
-      plant.object->Invoke(id, IID_NULL, 0, flags, &params, &result, &exception, &bad_argument);
+      plant.component->Invoke(id, IID_NULL, 0, flags, &params, &result, &exception, &bad_argument);
   const auto source = kxdata7::Bstr::Attach(exception.bstrSource);
   const auto description = kxdata7::Bstr::Attach(exception.bstrDescription);
   switch (outcome) {

@@ -67,12 +67,12 @@ void RunClockFast() {
 [[noreturn]] void Produce(const std::string& plant, int database_type, const std::string& name, int pipe) {
   std::mt19937 random(std::random_device{}());
   Component client;
-  if (!client.Connect(plant, database_type).done) _exit(2);
+  if (!client.Connect(plant, kxdata7::Dialect{database_type}).done) _exit(2);
   for (int i = 0;; ++i) {
     const Event& event = kEvents[random() % std::size(kEvents)];
     const std::string param = event.param != nullptr ? event.param : Concat(name, "-", i);
     const Outcome outcome =
-        client.Append(1, 2, 3, 1 + static_cast<int>(random() % 3), event.command, param, event.time_code);
+        client.Append({1, 2, 3, 1 + static_cast<int>(random() % 3), event.command}, param, event.time_code);
     if (!outcome.done) Tell(pipe, false, "append: " + outcome.error);
     if (outcome.done && event.param == nullptr) Tell(pipe, true, param);
   }
@@ -80,7 +80,7 @@ void RunClockFast() {
 
 [[noreturn]] void Process(const std::string& plant, int database_type, int pipe) {
   Component client;
-  if (!client.Connect(plant, database_type).done) _exit(2);
+  if (!client.Connect(plant, kxdata7::Dialect{database_type}).done) _exit(2);
   for (;;) {
     const Outcome outcome = client.Next();
     if (!outcome.error.empty()) Tell(pipe, false, "next: " + outcome.error);
@@ -129,7 +129,7 @@ TEST_P(CrashTest, NothingIsLost) {
   int twice = 0;
   for (int kills = 1; kills <= kKillsPerPlant; ++kills) {
     SCOPED_TRACE(kills);
-    plant.component.Connect("Provider=SQLite;Data Source=:memory:", 0);
+    plant.component.Connect("Provider=SQLite;Data Source=:memory:", kxdata7::Dialect{0});
     plant.db.Close();
     const auto while_working = std::chrono::microseconds(1000 + random() % 30'000);
     for (const Report& report :
@@ -160,7 +160,7 @@ TEST_P(CrashTest, NothingIsLost) {
               plant.Query("select (select count(*) from T_SFC_EVENT where COMMAND_ID = 113), (select "
                           "coalesce(sum(QTY), 0) from T_SFC_SCRAP_PER_MACHINE_DATA)"));
   }
-  ASSERT_TRUE(plant.component.Connect(connection, GetParam() % 3).done);
+  ASSERT_TRUE(plant.component.Connect(connection, kxdata7::Dialect{GetParam() % 3}).done);
   plant.ProcessAll();
   EXPECT_EQ(plant.Breaches(), "");
   std::cout << kKillsPerPlant << " kills, " << queued.size() << " events of known outcome, " << twice

@@ -42,7 +42,7 @@ struct Report {
 
 void Reconnect(Component& client, const std::string& plant) {
   const auto give_up = steady_clock::now() + std::chrono::seconds(60);
-  while (!client.Connect(plant, 0).done) {
+  while (!client.Connect(plant, kxdata7::Dialect{0}).done) {
     if (steady_clock::now() > give_up) _exit(3);
     std::this_thread::sleep_for(milliseconds(20));
   }
@@ -56,7 +56,7 @@ void Reconnect(Component& client, const std::string& plant) {
   for (int i = 1; after < kEventsAfter; ++i) {
     Report report{};
     const std::string event = Concat(name, "-", i);
-    const Outcome outcome = client.Append(1, 2, 3, 1 + i % 3, 120, event, 2);
+    const Outcome outcome = client.Append({1, 2, 3, 1 + i % 3, 120}, event, 2);
     const bool unknown = outcome.error.find("unknown") != std::string::npos;
     report.fate = outcome.done ? Fate::kQueued : unknown ? Fate::kUnknown : Fate::kNotQueued;
     event.copy(report.event, sizeof report.event - 1);

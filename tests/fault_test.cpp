@@ -126,8 +126,12 @@ TEST_P(FaultTest, EveryCallOfEveryOtherMethodFailsOnce) {
   const Outcome done{true, ""};
   LONG count = 0;
   const std::function<bool()> methods[] = {
-      [&] { return component.Append(1, 2, 3, 1, 109, "x", 0) == done; },
-      [&] { return component.Append(1, 2, 3, 1, -1, "", 0) == done; },
+      [&] {
+        return component.Append({1, 2, 3, 1, 109}, "x", 0) == done;
+      },
+      [&] {
+        return component.Append({1, 2, 3, 1, -1}, "", 0) == done;
+      },
       [&] {
         kxdata7::Bstr error;
         VARIANT_BOOL queued = VARIANT_FALSE;
@@ -209,7 +213,8 @@ TEST_P(FaultTest, AnotherSessionHoldsLocks) {
     busy.host.watch.after_open = [&](Engine& engine) {
       if (on_server) engine.Execute("set lock_timeout = '20ms'", {});
     };
-    busy.component.Connect(busy.connection_string() + (on_server ? "" : ";Busy Timeout=0"), GetParam());
+    busy.component.Connect(busy.connection_string() + (on_server ? "" : ";Busy Timeout=0"),
+                           kxdata7::Dialect{GetParam()});
     busy.Save();
     for (const std::string& lock : locks) {
       SCOPED_TRACE(lock);

@@ -53,7 +53,7 @@ TEST_P(MemoryTest, EventsGoThroughLater) {
       for (long n = 1 + GetParam();; n += Stride(101)) {
         SCOPED_TRACE(n);
         interrupted.Restore();
-        if (!prepared) plant.component.Connect(plant.connection_string(), GetParam());
+        if (!prepared) plant.component.Connect(plant.connection_string(), kxdata7::Dialect{GetParam()});
         const Call call = CallWithFailure(
             n, [&](Call& c) { return plant.component->DoNextItemFromMDCLog(c.error.inout(), &c.done); });
         if (!call.failed) break;
@@ -80,7 +80,7 @@ TEST_P(MemoryTest, AppendsAreAllOrNothing) {
         for (long n = 1;; ++n) {
           SCOPED_TRACE(Concat(command, " ", n));
           plant.Execute("delete from T_SFC_MDC_LOG");
-          if (!prepared) plant.component.Connect(plant.connection_string(), GetParam());
+          if (!prepared) plant.component.Connect(plant.connection_string(), kxdata7::Dialect{GetParam()});
           _CKXData7Obj& object = *plant.component.operator->();
           const Call call = CallWithFailure(n, [&](Call& c) {
             return (object.*method)(1, 2, 3, 1, command, param.get(), 0, c.error.inout(), &c.done);

@@ -28,16 +28,16 @@ constexpr const char* kQueue =
 TEST_P(PlantTest, AppendsQueueWhatTheClientSaid) {
   const Outcome done{true, ""};
   const std::string before = plant.database.Now();
-  EXPECT_EQ(component.Append(1, 2, 3, 1, 109, "", 0), done);
-  EXPECT_EQ(component.Append(1, 2, 3, 1, 0, "", 2), done);
-  EXPECT_EQ(component.Append(-1, 2, 3, 2, 104, " Zoë 日本 #1/2/2026# with (NOLOCK) ", 0), done);
-  EXPECT_EQ(component.Append(1, 2, 3, 1, -1, "x", 0), done);
-  EXPECT_EQ(component.Append(1, 2, 3, 1, -1, "", 0), done) << "one refresh a machine";
-  EXPECT_EQ(component.Append(1, 2, 3, 2, -1, "", 0), done);
-  EXPECT_EQ(component.Append(1001, 1002, 1003, 1002, 1105, "007", 1, true), done);
-  EXPECT_EQ(component.Append(1, 1002, 77, 1001, 77, "", 1, true), done)
+  EXPECT_EQ(component.Append({1, 2, 3, 1, 109}, "", 0), done);
+  EXPECT_EQ(component.Append({1, 2, 3, 1, 0}, "", 2), done);
+  EXPECT_EQ(component.Append({-1, 2, 3, 2, 104}, " Zoë 日本 #1/2/2026# with (NOLOCK) ", 0), done);
+  EXPECT_EQ(component.Append({1, 2, 3, 1, -1}, "x", 0), done);
+  EXPECT_EQ(component.Append({1, 2, 3, 1, -1}, "", 0), done) << "one refresh a machine";
+  EXPECT_EQ(component.Append({1, 2, 3, 2, -1}, "", 0), done);
+  EXPECT_EQ(component.Append({1001, 1002, 1003, 1002, 1105}, "007", 1, kxdata7::NumberKind::kDnc), done);
+  EXPECT_EQ(component.Append({1, 1002, 77, 1001, 77}, "", 1, kxdata7::NumberKind::kDnc), done)
       << "an unknown command asks for a refresh";
-  EXPECT_EQ(component.Append(1001, 1002, 1003, 77, 1109, "", 1, true), done);
+  EXPECT_EQ(component.Append({1001, 1002, 1003, 77, 1109}, "", 1, kxdata7::NumberKind::kDnc), done);
   EXPECT_EQ(plant.Query(kQueue),
             "1|2|3|1|109|0|-;1|2|3|1|0|2|-;-1|2|3|2|104|0| Zoë 日本 #1/2/2026# with (NOLOCK) ;1|2|3|1|-|-|-;"
             "1|2|3|2|-|-|-;1|2|3|2|105|1|007;1|2|3|-1|109|1|-");
@@ -104,26 +104,26 @@ TEST_P(PlantTest, TextsAreStoredWholeOrNotAtAll) {
 }
 
 TEST_P(PlantTest, AppendsTryTwentyTimes) {
-  EXPECT_EQ(component.Append(1, 2, 3, 1, 104, "O'Neill", 0), (Outcome{false, ""}));
+  EXPECT_EQ(component.Append({1, 2, 3, 1, 104}, "O'Neill", 0), (Outcome{false, ""}));
   EXPECT_EQ(plant.host.watch.begins, 20);
   EXPECT_GE(plant.host.paused, std::chrono::milliseconds(19 * 2900));
   EXPECT_EQ(plant.Query(kQueue), "");
 
   plant.host.watch.begins = 0;
   plant.host.watch.FailAll(EngineCall::kCommit, ErrorCategory::kBusy);
-  EXPECT_EQ(component.Append(1, 2, 3, 1, 104, "anna", 0), (Outcome{false, ""}));
+  EXPECT_EQ(component.Append({1, 2, 3, 1, 104}, "anna", 0), (Outcome{false, ""}));
   EXPECT_EQ(plant.host.watch.begins, 20);
   EXPECT_EQ(plant.Query(kQueue), "");
 
   // Each of the twenty attempts tries twelve times to begin.
   plant.host.watch.begins = 0;
   plant.host.watch.FailAll(EngineCall::kBegin, ErrorCategory::kBusy);
-  EXPECT_EQ(component.Append(1, 2, 3, 1, 104, "anna", 0),
+  EXPECT_EQ(component.Append({1, 2, 3, 1, 104}, "anna", 0),
             (Outcome{false, FormatResourceMessage(message::kAppendNoTransaction)}));
   EXPECT_EQ(plant.host.watch.begins, 20 * 12);
 
   plant.host.watch.FailNth(5, ErrorCategory::kBusy);
-  EXPECT_EQ(component.Append(1, 2, 3, 1, 104, "anna", 0), (Outcome{true, ""}));
+  EXPECT_EQ(component.Append({1, 2, 3, 1, 104}, "anna", 0), (Outcome{true, ""}));
   EXPECT_EQ(plant.Query(kQueue), "1|2|3|1|104|0|anna");
 }
 

@@ -52,7 +52,7 @@ Report Produce(Component& component, int number) {
   Report report;
   for (int i = 0, events = EventsOfEach(); i < events; ++i) {
     const auto append = [&] {
-      return component.Append(1, 2, 3, 1 + number % 3, 120, Concat(number, " ", i), 2) == Outcome{true, ""};
+      return component.Append({1, 2, 3, 1 + number % 3, 120}, Concat(number, " ", i), 2) == Outcome{true, ""};
     };
     if (!Timed(report, append)) ++report.failed;
   }
@@ -82,7 +82,7 @@ constexpr const char* kPlantVariable = "KXDATA7_TEST_PLANT";
 // The work of a client's process, on the real clock: it connects, works and prints its report.
 int RunClient(int number) {
   Component component;
-  if (!component.Connect(std::getenv(kPlantVariable), 0).done) return 1;
+  if (!component.Connect(std::getenv(kPlantVariable), kxdata7::Dialect{0}).done) return 1;
   const auto begin = steady_clock::now();
   const Report report = number == kProcessor ? ProcessAll(component) : Produce(component, number);
   const double seconds = std::chrono::duration<double>(steady_clock::now() - begin).count();

@@ -145,7 +145,7 @@ TEST(ServerPlantTest, ClientDiesAtAnyMoment) {
     const pid_t client = fork();
     if (client == 0) {
       Component component;
-      if (!component.Connect(plant.connection_string(), 0).done) _exit(1);
+      if (!component.Connect(plant.connection_string(), kxdata7::Dialect{0}).done) _exit(1);
       for (;;) component.Next();
     }
     std::this_thread::sleep_for(std::chrono::microseconds(random() % 100'000));

@@ -35,7 +35,7 @@ void InThreads(Work work) {
 
 void AppendRounds(Component& client, int who) {
   for (int round = 0; round < kRounds; ++round) {
-    const Outcome outcome = client.Append(1, 2, 3, 1 + who % 3, kDoor, Concat("t", who), 2);
+    const Outcome outcome = client.Append({1, 2, 3, 1 + who % 3, kDoor}, Concat("t", who), 2);
     ASSERT_EQ(outcome, (Outcome{true, ""}));
   }
 }
@@ -50,7 +50,7 @@ TEST(ThreadTest, ObjectsOnOnePlant) {
   std::atomic<int> appending = kThreads;
   std::jthread processor([&] {
     Component client;
-    ASSERT_TRUE(client.Connect(plant.connection_string(), 2).done);
+    ASSERT_TRUE(client.Connect(plant.connection_string(), kxdata7::Dialect{2}).done);
     bool last = false;
     for (;;) {
       const Outcome outcome = client.Next();
@@ -63,7 +63,7 @@ TEST(ThreadTest, ObjectsOnOnePlant) {
   });
   InThreads([&](int who) {
     Component client;
-    EXPECT_TRUE(client.Connect(plant.connection_string(), who % 3).done);
+    EXPECT_TRUE(client.Connect(plant.connection_string(), kxdata7::Dialect{who % 3}).done);
     AppendRounds(client, who);
     --appending;
   });
@@ -79,7 +79,7 @@ TEST(ThreadTest, ObjectsOnPlantsOfTheirOwn) {
   InThreads([&](int who) {
     SharedPlant& plant = plants[static_cast<std::size_t>(who)];
     Component client;
-    EXPECT_TRUE(client.Connect(plant.connection_string(), who % 3).done);
+    EXPECT_TRUE(client.Connect(plant.connection_string(), kxdata7::Dialect{who % 3}).done);
     AppendRounds(client, who);
     for (int round = 0; round < kRounds; ++round) EXPECT_EQ(client.Next(), (Outcome{true, ""}));
   });
@@ -92,7 +92,7 @@ TEST(ThreadTest, ObjectsOnPlantsOfTheirOwn) {
 TEST(ThreadTest, OneObjectFromThreadToThread) {
   SharedPlant plant;
   Component client;
-  ASSERT_TRUE(client.Connect(plant.connection_string(), 2).done);
+  ASSERT_TRUE(client.Connect(plant.connection_string(), kxdata7::Dialect{2}).done);
   std::mutex mutex;
   std::condition_variable handed_on;
   int turn = 0;
@@ -100,7 +100,7 @@ TEST(ThreadTest, OneObjectFromThreadToThread) {
     for (int round = 0; round < kRounds; ++round) {
       std::unique_lock lock(mutex);
       handed_on.wait(lock, [&] { return turn % kThreads == who; });
-      EXPECT_EQ(client.Append(1, 2, 3, 1, kDoor, Concat("t", who), 2), (Outcome{true, ""}));
+      EXPECT_EQ(client.Append({1, 2, 3, 1, kDoor}, Concat("t", who), 2), (Outcome{true, ""}));
       EXPECT_EQ(client.Next(), (Outcome{true, ""}));
       ++turn;
       handed_on.notify_all();
@@ -113,7 +113,7 @@ TEST(ThreadTest, OneObjectFromThreadToThread) {
 TEST(ThreadTest, CallsIntoOneObjectAtOnce) {
   SharedPlant plant;
   Component client;
-  ASSERT_TRUE(client.Connect(plant.connection_string(), 2).done);
+  ASSERT_TRUE(client.Connect(plant.connection_string(), kxdata7::Dialect{2}).done);
   std::atomic<int> appended = 0;
   std::atomic<int> refused = 0;
   // Another session keeps the first append waiting until a call has been refused.

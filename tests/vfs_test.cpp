@@ -68,7 +68,8 @@ TEST_F(VfsTest, EventsGoThroughLater) {
       for (int n = 1;; n += Stride(9)) {
         SCOPED_TRACE(Concat(event.event, ", ", kind.name, ", ", n));
         // On a new connection every second time.
-        if (n % 2 == 0) plant.component.Connect(plant.connection_string().append(kDurable), 2);
+        if (n % 2 == 0)
+          plant.component.Connect(plant.connection_string().append(kDurable), kxdata7::Dialect{2});
         interrupted.Restore();
         EmptyJournal(plant);
         kind.arm(vfs, n);
@@ -101,10 +102,11 @@ TEST_F(VfsTest, AcknowledgedAppendsStay) {
         SCOPED_TRACE(Concat(kind.name, ", ", n, full_journal ? ", full journal" : ""));
         plant.Execute("delete from T_SFC_MDC_LOG");
         EmptyJournal(plant);
-        if (n % 2 == 0) plant.component.Connect(plant.connection_string().append(kDurable), 2);
+        if (n % 2 == 0)
+          plant.component.Connect(plant.connection_string().append(kDurable), kxdata7::Dialect{2});
         if (full_journal) FillJournal(plant);
         kind.arm(vfs, n);
-        const Outcome outcome = plant.component.Append(1, 2, 3, 1, 109, "x", 0);
+        const Outcome outcome = plant.component.Append({1, 2, 3, 1, 109}, "x", 0);
         const bool failed = vfs.failed();
         vfs.Heal();
         const std::string acknowledged = outcome.done ? "1" : "0";
@@ -155,7 +157,7 @@ TEST_F(VfsTest, OtherCallsFailClearly) {
       int n = 1;
       for (;; ++n) {
         SCOPED_TRACE(n);
-        plant.component.Connect("Provider=SQLite;Data Source=:memory:", 2);
+        plant.component.Connect("Provider=SQLite;Data Source=:memory:", kxdata7::Dialect{2});
         plant.db.Close();  // the first connection finds the journal's index gone
         if (&call != &calls[0]) {
           ASSERT_TRUE(connect());

@@ -39,7 +39,7 @@ TEST(WaitingTest, HookRunsBeforeEverySleep) {
   Component& component = plant.component;
   const Outcome done{true, ""};
   const auto append_by_number = [&] {
-    return component.Append(1001, 1002, 1003, 1001, 1109, "", 0, true) == done;
+    return component.Append({1001, 1002, 1003, 1001, 1109}, "", 0, kxdata7::NumberKind::kDnc) == done;
   };
   LONG count = 0;
   kxdata7::Variant hint;
@@ -49,8 +49,12 @@ TEST(WaitingTest, HookRunsBeforeEverySleep) {
     std::function<bool()> call;
   } methods[] = {
       {"IsConnected", false, [&] { return component.IsConnected(); }},
-      {"ConnectToDatabase", false, [&] { return component.Connect(plant.connection_string(), 2) == done; }},
-      {"AppendItemToMDCLog", true, [&] { return component.Append(1, 2, 3, 1, 105, "J2", 0) == done; }},
+      {"ConnectToDatabase", false,
+       [&] { return component.Connect(plant.connection_string(), kxdata7::Dialect{2}) == done; }},
+      {"AppendItemToMDCLog", true,
+       [&] {
+         return component.Append({1, 2, 3, 1, 105}, "J2", 0) == done;
+       }},
       {"AppendItemToMDCLogDNC", true, append_by_number},
       {"DoNextItemFromMDCLog", true, [&] { return component.Next() == done; }},
       {"GetMDCLogCount", false, [&] { return component->GetMDCLogCount(&count) == S_OK; }},

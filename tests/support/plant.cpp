@@ -73,39 +73,6 @@ FakeHost::FakeHost() {
   };
 }
 
-Outcome Component::Connect(std::string_view connection_string, int database_type) {
-  kxdata7::Bstr error;
-  VARIANT_BOOL done = VARIANT_FALSE;
-  const auto text = kxdata7::Bstr::FromUtf8(connection_string);
-  EXPECT_EQ(object_->ConnectToDatabase(text.get(), database_type, error.inout(), &done), S_OK);
-  return {done == VARIANT_TRUE, error.ToUtf8()};
-}
-
-Outcome Component::Next() {
-  kxdata7::Bstr error;
-  VARIANT_BOOL done = VARIANT_FALSE;
-  EXPECT_EQ(object_->DoNextItemFromMDCLog(error.inout(), &done), S_OK);
-  return {done == VARIANT_TRUE, error.ToUtf8()};
-}
-
-Outcome Component::Append(int dept, int location, int group, int machine, int command, std::string_view param,
-                          int time_code, bool by_number) {
-  auto error = kxdata7::Bstr::FromUtf8("left from before");
-  VARIANT_BOOL done = VARIANT_FALSE;
-  const auto text = kxdata7::Bstr::FromUtf8(param);
-  const auto method = by_number ? &_CKXData7Obj::AppendItemToMDCLogDNC : &_CKXData7Obj::AppendItemToMDCLog;
-  EXPECT_EQ(((*object_).*method)(dept, location, group, machine, command, text.get(), time_code,
-                                 error.inout(), &done),
-            S_OK);
-  return {done == VARIANT_TRUE, error.ToUtf8()};
-}
-
-bool Component::IsConnected() {
-  VARIANT_BOOL connected = VARIANT_FALSE;
-  EXPECT_EQ(object_->IsConnected(&connected), S_OK);
-  return connected == VARIANT_TRUE;
-}
-
 std::string Moment(std::string_view text) {
   static constexpr std::string_view kDays = "MonTueWedThuFriSatSun";
   std::size_t day = 0;
@@ -124,7 +91,7 @@ Plant::Plant(int database_type, DatabaseKind kind) : database(kind), database_ty
 }
 
 void Plant::Connect() {
-  ASSERT_EQ(component.Connect(connection_string(), database_type_), (Outcome{true, ""}));
+  ASSERT_EQ(component.Connect(connection_string(), kxdata7::Dialect{database_type_}), (Outcome{true, ""}));
 }
 
 void Plant::LoseLinkAtNth(int n) {

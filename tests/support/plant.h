@@ -28,24 +28,11 @@ class FakeHost {
   Host before_ = ProcessHost();
 };
 
-struct Outcome {
-  bool done = false;
-  std::string error;
-  friend bool operator==(const Outcome&, const Outcome&) = default;
-};
+using Outcome = kxdata7::Answer;
 
-// The component as a client has it: created by the class factory, driven through its interface.
-class Component {
- public:
-  Outcome Connect(std::string_view connection_string, int database_type);
-  Outcome Next();
-  Outcome Append(int dept, int location, int group, int machine, int command, std::string_view param,
-                 int time_code, bool by_number = false);
-  bool IsConnected();
-  _CKXData7Obj* operator->() { return object_.get(); }
-
- private:
-  kxdata7::ComPtr<_CKXData7Obj> object_ = CreateObject();
+// The component as a client has it, linked into the test.
+struct Component : kxdata7::Client {
+  Component() : Client(kxdata7::Library::Linked()) {}
 };
 
 // "08:00", "08:00:30", "Tue 08:00" in the week of Monday 2026-01-12 as a full text.
