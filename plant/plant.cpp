@@ -12,6 +12,7 @@
 #include "kxdata7/text.h"
 #include "plant/platform.h"
 #include "plant/schema_sql.h"
+#include "plant/schema_version.h"
 
 namespace kx::tool {
 namespace {
@@ -84,6 +85,7 @@ std::string PlantConnectionString(std::string_view plant, OpenMode mode) {
 Plant::Plant(const PlantOptions& options, OpenMode mode) : by_dnc_(options.by_dnc) {
   db.Open(WithSqliteKeyword(PlantConnectionString(options.plant, mode), "Busy Timeout",
                             std::to_string(kWaitOutsideTransaction.count())));
+  RequireKnownVersion(*this);
 }
 
 std::int32_t Plant::FindId(std::string_view table, std::int32_t number) {
@@ -178,10 +180,8 @@ void CreatePlant(const PlantOptions& options, bool demo, DateTime start) {
   PlantOptions demo_numbers = options;
   demo_numbers.by_dnc = true;
   Plant plant(demo_numbers, OpenMode::kCreate);
-  if (plant.db.target() == SqlTarget::kNative)
-    throw ToolError("create has no tables for this database; load them with its own tools");
   plant.db.Begin();
-  RunAll(plant, SchemaSql(SchemaName(plant, options.dialect)));
+  BringUpToDate(plant);
   if (demo) {
     if (!IsEmpty(plant)) throw ToolError("the demo needs an empty plant, and this one is in use");
     RunAll(plant, SchemaSql("demo"));

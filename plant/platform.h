@@ -25,6 +25,9 @@ std::filesystem::path OwnFolder();  // the folder of the program; empty when unk
 // The local calendar time of a moment; false: it lies out of range.
 bool ToLocalTime(std::time_t moment, std::tm& local);
 
+// Makes the names of the files in a folder survive a loss of power, where a system leaves that to programs.
+void SyncFolder(const std::filesystem::path& folder);
+
 bool IsErrorATerminal();  // the standard error
 
 }  // namespace kx::tool

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "plant/platform.h"
@@ -12,6 +13,13 @@ std::filesystem::path OwnFolder() {
 }
 
 bool ToLocalTime(std::time_t moment, std::tm& local) { return localtime_r(&moment, &local) != nullptr; }
+
+void SyncFolder(const std::filesystem::path& folder) {
+  const int descriptor = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor == -1) return;
+  fsync(descriptor);
+  close(descriptor);
+}
 
 bool IsErrorATerminal() { return isatty(STDERR_FILENO) != 0; }
 

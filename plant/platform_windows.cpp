@@ -28,6 +28,8 @@ std::filesystem::path OwnFolder() {
 
 bool ToLocalTime(std::time_t moment, std::tm& local) { return localtime_s(&local, &moment) == 0; }
 
+void SyncFolder(const std::filesystem::path&) {}
+
 bool IsErrorATerminal() { return _isatty(_fileno(stderr)) != 0; }
 
 }  // namespace kx::tool

@@ -497,7 +497,7 @@ TEST_P(DoctorTest, FindsEveryKindOfDamage) {
       {"drop table T_SFC_MDC_LOG_ASIDE", "alter table T_SFC_MACHINE drop column STATUS_DATE",
        "alter table T_SFC_EVENT drop column PARAM1", "alter table T_SFC_SHIFT drop column SUN_INTERVAL_ID"},
       {"missing  column of T_SFC_MACHINE; add it as STATUS_DATE ",
-       "missing  table T_SFC_MDC_LOG_ASIDE; \"kxdata7 create\" adds it",
+       "missing  table T_SFC_MDC_LOG_ASIDE; \"kxdata7 upgrade\" adds it",
        "missing  column of T_SFC_EVENT; add it as PARAM1 TEXT",
        "missing  column of T_SFC_SHIFT; add it as SUN_INTERVAL_ID INTEGER", "failed   next shift",
        "failed   new row"});

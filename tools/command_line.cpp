@@ -44,6 +44,7 @@ CommandLine::CommandLine() {
   AddProcessCommands(*this);
   AddQueueCommands(*this);
   AddViewCommands(*this);
+  AddLifeCommands(*this);
 }
 
 CLI::App* CommandLine::Command(CLI::App& parent, const char* name, const char* description,

@@ -31,6 +31,7 @@ void AddInputCommands(CommandLine& line);
 void AddProcessCommands(CommandLine& line);
 void AddQueueCommands(CommandLine& line);
 void AddViewCommands(CommandLine& line);
+void AddLifeCommands(CommandLine& line);
 
 CLI::Option* AddCsvFlag(CLI::App& listing, bool& csv);
 

@@ -5,7 +5,7 @@
 namespace kx::tool {
 
 // Examines the plant, its tables and what the component writes there, a line a finding. 1 when something is
-// missing or fails.
-int Doctor(const PlantOptions& options);
+// missing or fails. With `repair` it first shows and does the repairs that are certain, in one transaction.
+int Doctor(const PlantOptions& options, bool repair);
 
 }  // namespace kx::tool

@@ -14,6 +14,7 @@ struct Options {
   std::optional<DateTime> start;
   NewMachine machine;
   bool remove = false;
+  bool repair = false;
 
   DateTime Start() const { return start ? *start : PlantTime(std::time(nullptr)).Date(); }
 };
@@ -79,7 +80,8 @@ void AddPlantCommands(CommandLine& line) {
       [&line, options] { line.run = [&line, options] { return Register(line.plant, options->remove); }; });
 
   line.Command("doctor", "Examines the plant, its tables and what the component writes there",
-               [&line] { return Doctor(line.plant); });
+               [&line, options] { return Doctor(line.plant, options->repair); })
+      ->add_flag("--repair", options->repair, "Shows and does the repairs that are certain");
 }
 
 }  // namespace kx::tool

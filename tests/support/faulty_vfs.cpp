@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <csignal>
 #include <new>
 
 namespace kx::test {
@@ -12,10 +13,12 @@ struct Faults {
   bool for_good = false;
   std::int64_t space = -1;  // bytes; -1: without end
   bool failed = false;
+  bool kills = false;
 
   bool Fail() {
     if (failed && for_good) return true;
     if (calls_left == 0 || --calls_left > 0) return false;
+    if (kills) std::raise(SIGKILL);
     return failed = true;
   }
 };
@@ -109,6 +112,7 @@ FaultyVfs::~FaultyVfs() {
 }
 
 void FaultyVfs::FailNth(int n, bool for_good) { faults = {.calls_left = n, .for_good = for_good}; }
+void FaultyVfs::KillAtNth(int n) { faults = {.calls_left = n, .kills = true}; }
 void FaultyVfs::LeaveSpace(std::int64_t bytes) { faults = {.space = bytes}; }
 void FaultyVfs::Heal() { faults.calls_left = 0, faults.for_good = false, faults.space = -1; }
 bool FaultyVfs::failed() const { return faults.failed; }

@@ -17,6 +17,8 @@ class FaultyVfs {
   // from 1, fails with SQLite's error for it, and every later one, too, when `for_good`. A failing write
   // writes half.
   void FailNth(int n, bool for_good);
+  // The process is killed instead.
+  void KillAtNth(int n);
   // The files may grow by so many bytes altogether, then the disk is full.
   void LeaveSpace(std::int64_t bytes);
   void Heal();
