@@ -212,9 +212,9 @@ TEST_F(LifeTest, BackUpWhileTheProcessorWorks) {
   std::atomic<int> done = 0;
   std::jthread processor([&] {
     test::Component component;
-    ASSERT_TRUE(component.Connect(database.connection_string(), 0).done);
+    ASSERT_TRUE(component.Connect(database.connection_string()).done);
     for (int i = 0; !stop; ++i) {
-      ASSERT_TRUE(component.Append(1, 2, 3, 1 + i % 3, 113, "1", 0).done);
+      ASSERT_TRUE(component.Append({1, 2, 3, 1 + i % 3, 113}, "1", 0).done);
       ASSERT_TRUE(component.Next().done);
       ++done;
     }
@@ -314,7 +314,7 @@ TEST_F(LifeTest, PurgeTakesWhatIsCompleteAndNobodyNeeds) {
 
   test::FakeHost host;
   test::Component component;
-  ASSERT_TRUE(component.Connect(PlantConnectionString(plant.plant), 0).done);
+  ASSERT_TRUE(component.Connect(PlantConnectionString(plant.plant)).done);
   EXPECT_EQ(component.Next(), (test::Outcome{true, ""}));
   EXPECT_EQ(Faults(plant), "");
 }
