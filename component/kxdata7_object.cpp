@@ -9,6 +9,7 @@
 #include "com/platform.h"
 #include "component/invoke.h"
 #include "machinedata/completion.h"
+#include "machinedata/records.h"
 #include "mdclog/append.h"
 #include "mdclog/dispatch.h"
 #include "mdclog/statement_trials.h"
@@ -146,7 +147,7 @@ HRESULT CKXData7Obj::GetMDCLogCount(LONG* result) {
 }
 
 HRESULT CKXData7Obj::CompleteMachineDataRecord(LONG lMachineDataID) {
-  return Run([&] { kx::CompleteMachineDataRecord(session_, lMachineDataID); });
+  return Run([&] { kx::CompleteMachineDataRecord(session_, OpenMachineData(session_, lMachineDataID)); });
 }
 
 HRESULT CKXData7Obj::GetNoLock(VARIANT* result) {

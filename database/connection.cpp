@@ -1,6 +1,8 @@
 #include "database/connection.h"
 
 #include "database/database_error.h"
+#include "database/table_key.h"
+#include "database/text.h"
 
 namespace kx {
 
@@ -39,6 +41,34 @@ Rows Connection::ExecuteDirect(std::string_view sql, std::span<const Value> para
 std::int64_t Connection::InsertDirect(std::string_view sql, std::span<const Value> parameters,
                                       std::string_view table, std::string_view key_column) {
   return ReadyEngine().Insert(sql, parameters, table, key_column);
+}
+
+std::int64_t Connection::InsertRow(std::string_view table, std::span<const ColumnValue> columns) {
+  std::string names;
+  std::string marks;
+  std::vector<Value> values;
+  values.reserve(columns.size());
+  for (const ColumnValue& column : columns) {
+    const std::string_view separator = values.empty() ? "" : ", ";
+    Append(names, separator, column.column);
+    Append(marks, separator, "?");
+    values.push_back(column.value);
+  }
+  return InsertDirect(Concat("INSERT INTO ", table, " (", names, ") VALUES (", marks, ")"), values, table,
+                      KeyColumnOf(table));
+}
+
+bool Connection::UpdateRow(std::string_view table, std::span<const ColumnValue> columns, const Value& key) {
+  std::string sql = Concat("UPDATE ", table, " SET ");
+  std::vector<Value> values;
+  values.reserve(columns.size() + 1);
+  for (const ColumnValue& column : columns) {
+    Append(sql, values.empty() ? "" : ", ", column.column, " = ?");
+    values.push_back(column.value);
+  }
+  Append(sql, " WHERE ", KeyColumnOf(table), " = ?");
+  values.push_back(key);
+  return ExecuteDirect(sql, values).affected > 0;
 }
 
 void Connection::Begin() {

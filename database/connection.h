@@ -10,6 +10,12 @@
 
 namespace kx {
 
+// A column of a row and its value.
+struct ColumnValue {
+  std::string_view column;
+  Value value;
+};
+
 // One connection to a plant database: closed, opened, closed again. Statements come in one of the three
 // dialects and reach the engine in its own SQL. Raises DatabaseError; on a closed connection every operation
 // but Close says so.
@@ -31,6 +37,11 @@ class Connection {
   // Runs an INSERT of one row likewise and returns the row's new key.
   std::int64_t InsertDirect(std::string_view sql, std::span<const Value> parameters, std::string_view table,
                             std::string_view key_column);
+
+  // Rows by their key, values as parameters: table T_SFC_X has the key X_ID.
+  std::int64_t InsertRow(std::string_view table, std::span<const ColumnValue> columns);  // the new key
+  // False: there is no row with this key.
+  bool UpdateRow(std::string_view table, std::span<const ColumnValue> columns, const Value& key);
 
   // A transaction that the engine ended by itself stays "in transaction" here, and every statement and the
   // commit fail at once, until it is rolled back. A roll back with nothing open succeeds, a commit does not.

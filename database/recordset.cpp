@@ -23,7 +23,7 @@ Connection& Recordset::connection() const {
 }
 
 void Recordset::RequireRow() const {
-  if (edit_mode_ != EditMode::kAdd && IsEof()) throw NoCurrentRowError();
+  if (IsEof()) throw NoCurrentRowError();
 }
 
 std::size_t Recordset::ColumnIndex(std::string_view name) const {
@@ -59,19 +59,11 @@ bool Recordset::Find(std::string_view name, std::int32_t value) {
 }
 
 const Value& Recordset::Fields(std::string_view name) const {
-  static const Value kNull;
   connection();
   RequireRow();
   const std::size_t column = ColumnIndex(name);
   const auto change = std::ranges::find(pending_, column, &Change::column);
-  if (change != pending_.end()) return change->value;
-  return edit_mode_ == EditMode::kAdd ? kNull : rows_.at(row_, column);
-}
-
-void Recordset::AddNew() {
-  connection();
-  CancelUpdate();
-  edit_mode_ = EditMode::kAdd;
+  return change != pending_.end() ? change->value : rows_.at(row_, column);
 }
 
 void Recordset::Set(std::string_view name, Value value) {
@@ -84,7 +76,7 @@ void Recordset::Set(std::string_view name, Value value) {
   } else {
     pending_.push_back({column, std::move(value)});
   }
-  if (edit_mode_ == EditMode::kNone) edit_mode_ = EditMode::kInProgress;
+  edit_mode_ = EditMode::kInProgress;
 }
 
 void Recordset::CancelUpdate() {
@@ -103,58 +95,19 @@ std::string Recordset::Table() const {
 }
 
 void Recordset::Update() {
-  connection();
+  Connection& target = connection();
   if (edit_mode_ == EditMode::kNone) return;
-  if (edit_mode_ == EditMode::kAdd) {
-    InsertPending();
-  } else {
-    UpdatePending();
+  std::vector<ColumnValue> columns;
+  columns.reserve(pending_.size());
+  for (const Change& change : pending_) columns.push_back({rows_.columns[change.column], change.value});
+  const std::string table = Table();
+  if (!target.UpdateRow(table, columns, rows_.at(row_, ColumnIndex(KeyColumnOf(table))))) {
+    throw RowGoneError();
+  }
+  for (Change& change : pending_) {
+    rows_.values[row_ * rows_.columns.size() + change.column] = std::move(change.value);
   }
   CancelUpdate();
-}
-
-void Recordset::InsertPending() {
-  const std::string table = Table();
-  const std::string key = KeyColumnOf(table);
-  std::string columns;
-  std::string marks;
-  std::vector<Value> values;
-  for (const Change& change : pending_) {
-    if (!columns.empty()) {
-      columns += ", ";
-      marks += ", ";
-    }
-    columns += rows_.columns[change.column];
-    marks += '?';
-    values.push_back(change.value);
-  }
-  const std::int64_t id = connection().InsertDirect(
-      "INSERT INTO " + table + " (" + columns + ") VALUES (" + marks + ")", values, table, key);
-  pending_.push_back({ColumnIndex(key), Value(id)});
-  row_ = rows_.count();
-  rows_.values.resize(rows_.values.size() + rows_.columns.size());
-  StorePending();
-}
-
-void Recordset::UpdatePending() {
-  const std::string table = Table();
-  const std::string key = KeyColumnOf(table);
-  std::string sql = "UPDATE " + table + " SET ";
-  std::vector<Value> values;
-  for (const Change& change : pending_) {
-    if (!values.empty()) sql += ", ";
-    sql += rows_.columns[change.column] + " = ?";
-    values.push_back(change.value);
-  }
-  sql += " WHERE " + key + " = ?";
-  values.push_back(rows_.at(row_, ColumnIndex(key)));
-  if (connection().ExecuteDirect(sql, values).affected == 0) throw RowGoneError();
-  StorePending();
-}
-
-void Recordset::StorePending() {
-  for (Change& change : pending_)
-    rows_.values[row_ * rows_.columns.size() + change.column] = std::move(change.value);
 }
 
 void Recordset::Delete() {

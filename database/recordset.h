@@ -14,10 +14,14 @@ namespace kx {
 // looked up without case. Closes itself and forgets a pending edit when it goes out of scope.
 class Recordset {
  public:
-  enum class EditMode { kNone, kInProgress, kAdd };
+  enum class EditMode { kNone, kInProgress };
 
   Recordset() = default;
   Recordset(Connection& connection, std::string_view sql) { Open(connection, sql); }
+
+  // The answer to `sql` as it is known already.
+  Recordset(Connection& connection, std::string_view sql, Rows rows)
+      : connection_(&connection), sql_(sql), rows_(std::move(rows)) {}
 
   void Open(Connection& connection, std::string_view sql);  // on the first row, closing what was open
   void Close();
@@ -37,11 +41,10 @@ class Recordset {
   // The field of the current row, a pending change included.
   const Value& Fields(std::string_view name) const;
 
-  void AddNew();                                 // begins a new row
   void Set(std::string_view name, Value value);  // begins an edit of the current row when none is pending
-  void Update();  // writes what is pending; a new row becomes the current one, with its key in its field
-  void CancelUpdate();  // forgets what is pending
-  void Delete();        // deletes the current row from its table; the next row becomes the current one
+  void Update();                                 // writes what is pending
+  void CancelUpdate();                           // forgets what is pending
+  void Delete();  // deletes the current row from its table; the next row becomes the current one
 
  private:
   struct Change {
@@ -53,9 +56,6 @@ class Recordset {
   void RequireRow() const;
   std::size_t ColumnIndex(std::string_view name) const;
   std::string Table() const;
-  void InsertPending();
-  void UpdatePending();
-  void StorePending();
 
   Connection* connection_ = nullptr;
   std::string sql_;

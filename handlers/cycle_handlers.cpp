@@ -25,16 +25,18 @@ std::string StatusIs(MachineStatus status) {
 Outcome StartCycle(Session& session, const MdcLogItem& item) {
   const std::int32_t machine_id = item.place.machine_id;
   const DateTime time = item.time_stamp;
-  std::int32_t current = GetCurrentMachineDataID(session, machine_id, time);
+  const std::int32_t current = GetCurrentMachineDataID(session, machine_id, time);
   if (!StopEvents(session, item, {command_type::kCycle, command_type::kSetup})) return Outcome::kLocked;
   if (!StopEvents(session, item, {command_type::kMachineDowntime})) return Outcome::kNotApplicable;
   if (!StopEvents(session, item, {command_type::kTeardown})) return Outcome::kLocked;
   StartEvent(session, item, command_type::kCycle, "");
   StopFirstDowntime(session, current, DowntimeType::kMachine, time);
 
-  const ShiftChange shift = GetChangedShiftID(session, current, time, machine_id);
-  if (shift.shift_id > 0) current = RollOverRecord(session, machine_id, current, ChangedItem::kNone, time);
   Recordset record = OpenMachineData(session, current);
+  const ShiftChange shift = GetChangedShiftID(session, record, time, machine_id);
+  if (shift.shift_id > 0) {
+    record = OpenMachineData(session, RollOverRecord(session, machine_id, record, ChangedItem::kNone, time));
+  }
   if (shift.shift_id != 0) SetShift(record, shift.shift_id, shift.end);
   CloseUnfinishedCycle(record, time);
   CloseSegment(record, kSetupSegment, time);
@@ -48,10 +50,10 @@ Outcome StartCycle(Session& session, const MdcLogItem& item) {
 
 Outcome EndCycle(Session& session, const MdcLogItem& item) {
   const std::int32_t machine_id = item.place.machine_id;
-  const std::int32_t current = GetCurrentMachineDataID(session, machine_id, item.time_stamp);
-  if (GetMachineStatus(session, machine_id) != MachineStatus::kInCycle) return Outcome::kNotApplicable;
+  const CurrentMachine current = GetCurrentMachine(session, machine_id, item.time_stamp);
+  if (current.status != MachineStatus::kInCycle) return Outcome::kNotApplicable;
   if (!StopEvents(session, item, {command_type::kCycle})) return Outcome::kLocked;
-  Recordset record = OpenMachineData(session, current);
+  Recordset record = OpenMachineData(session, current.machine_data_id);
   if (CloseSegment(record, kCycleSegment, item.time_stamp)) AddToCount(record, "FINISHED_CYCLES", 1);
   BeginIdle(record, item.time_stamp);
   record.Update();

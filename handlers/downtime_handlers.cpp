@@ -38,18 +38,16 @@ bool StopEventsBefore(Session& session, const MdcLogItem& item, const Downtime& 
 void AddDowntimeRow(Session& session, const MdcLogItem& item, std::int32_t machine_data_id,
                     DowntimeType type) {
   const std::int32_t code_id = GetDowntimeCodeID(session, item.param, type);
-  Recordset row = OpenNewDowntimes(session);
-  BeginDowntime(row, machine_data_id, item.time_stamp);
-  row.Set("DOWNTIME_TYPE_CODE", static_cast<std::int32_t>(type));
-  if (code_id != -1) {
-    row.Set("DOWNTIME_CODE_ID", code_id);
-    row.Update();
-    return;
-  }
-  row.Set("DT_NUMBER", item.param.empty() ? Value() : Value(item.param));
-  row.Update();
-  row.Set("DT_DATA_START_ID", row.Fields("DT_PER_MACHINE_DATA_ID"));
-  row.Update();
+  const bool known = code_id != -1;
+  const ColumnValue columns[] = {
+      {"DOWNTIME_TYPE_CODE", static_cast<std::int32_t>(type)},
+      {"DOWNTIME_CODE_ID", known ? Value(code_id) : Value()},
+      {"DT_NUMBER", known || item.param.empty() ? Value() : Value(item.param)},
+  };
+  const std::int64_t row_id = AddDowntime(session, machine_data_id, item.time_stamp, columns);
+  if (known) return;
+  const ColumnValue own_key[] = {{"DT_DATA_START_ID", row_id}};
+  session.connection.UpdateRow(kDowntimeTable, own_key, row_id);
 }
 
 bool DoStart(Session& session, const MdcLogItem& item, std::string& error, const Downtime& kind) {
@@ -68,7 +66,7 @@ bool DoStart(Session& session, const MdcLogItem& item, std::string& error, const
     CloseSegment(record, kIdleSegment, time);
     record.Update();
 
-    const ShiftChange shift = GetChangedShiftID(session, current, time, machine_id);
+    const ShiftChange shift = GetChangedShiftID(session, record, time, machine_id);
     if (shift.shift_id > 0) {
       current = ReplaceRecord(session, machine_id, current, ChangedItem::kShift, time,
                               [&](Recordset& next, std::int32_t) {
@@ -86,14 +84,14 @@ bool DoEnd(Session& session, const MdcLogItem& item, std::string& error, const D
   return RunHandler(session, kind.end_message, error, [&] {
     const std::int32_t machine_id = item.place.machine_id;
     const DateTime time = item.time_stamp;
-    const std::int32_t current = GetCurrentMachineDataID(session, machine_id, time);
-    if (kind.is_machine_status && GetMachineStatus(session, machine_id) != MachineStatus::kDowntime) {
+    const CurrentMachine current = GetCurrentMachine(session, machine_id, time);
+    if (kind.is_machine_status && current.status != MachineStatus::kDowntime) {
       return Outcome::kNotApplicable;
     }
     if (!StopEvents(session, item, {kind.command_type})) return Outcome::kLocked;
-    StopFirstDowntime(session, current, kind.type, time);
+    StopFirstDowntime(session, current.machine_data_id, kind.type, time);
     if (kind.is_machine_status) {
-      Recordset record = OpenMachineData(session, current);
+      Recordset record = OpenMachineData(session, current.machine_data_id);
       BeginIdle(record, time);
       record.Update();
       SetMachineStatus(session, machine_id, MachineStatus::kIdle, time);

@@ -80,10 +80,8 @@ void InsertScrapRow(Session& session, const MdcLogItem& item, std::int32_t machi
   };
   const std::int32_t row_id = InsertRow(session, kTable, columns);
   if (known) return;
-  Recordset row = OpenRecordset(session, Concat("select * from ", kTable, " ", NoLockHint(session),
-                                                " where SCRAP_PER_MACHINE_DATA_ID = ", row_id));
-  row.Set("SCRAP_DATA_START_ID", row_id);
-  row.Update();
+  const ColumnValue own_key[] = {{"SCRAP_DATA_START_ID", row_id}};
+  session.connection.UpdateRow(kTable, own_key, row_id);
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ bool DoStart(Session& session, const MdcLogItem& item, std::string& error, const
   return RunHandler(session, kind.start_message, error, [&] {
     const std::int32_t machine_id = item.place.machine_id;
     const DateTime time = item.time_stamp;
-    std::int32_t current = GetCurrentMachineDataID(session, machine_id, time);
+    const std::int32_t current = GetCurrentMachineDataID(session, machine_id, time);
     if (!StopEvents(session, item,
                     {command_type::kSetup, command_type::kMachineDowntime, command_type::kUserDowntime,
                      command_type::kCycle, command_type::kTeardown})) {
@@ -42,10 +42,13 @@ bool DoStart(Session& session, const MdcLogItem& item, std::string& error, const
     StartEvent(session, item, kind.command_type, "");
     StopAllDowntimes(session, current, std::nullopt, time);
 
-    const ShiftChange shift = GetChangedShiftID(session, current, time, machine_id);
-    const bool new_shift = shift.shift_id > 0;
-    if (new_shift) current = RollOverRecord(session, machine_id, current, ChangedItem::kShift, time);
     Recordset record = OpenMachineData(session, current);
+    const ShiftChange shift = GetChangedShiftID(session, record, time, machine_id);
+    const bool new_shift = shift.shift_id > 0;
+    if (new_shift) {
+      record =
+          OpenMachineData(session, RollOverRecord(session, machine_id, record, ChangedItem::kShift, time));
+    }
     if (shift.shift_id != 0) SetShift(record, shift.shift_id, shift.end);
     if (new_shift) record.Set("CHART_DATE", time.Date());
     AddElapsed(record, kind.own, time);
@@ -62,10 +65,10 @@ bool DoStart(Session& session, const MdcLogItem& item, std::string& error, const
 bool DoEnd(Session& session, const MdcLogItem& item, std::string& error, const Preparation& kind) {
   return RunHandler(session, kind.end_message, error, [&] {
     const std::int32_t machine_id = item.place.machine_id;
-    const std::int32_t current = GetCurrentMachineDataID(session, machine_id, item.time_stamp);
-    if (GetMachineStatus(session, machine_id) != kind.status) return Outcome::kNotApplicable;
+    const CurrentMachine current = GetCurrentMachine(session, machine_id, item.time_stamp);
+    if (current.status != kind.status) return Outcome::kNotApplicable;
     if (!StopEvents(session, item, {kind.command_type})) return Outcome::kLocked;
-    Recordset record = OpenMachineData(session, current);
+    Recordset record = OpenMachineData(session, current.machine_data_id);
     CloseSegment(record, kind.own, item.time_stamp);
     BeginIdle(record, item.time_stamp);
     record.Update();

@@ -19,7 +19,7 @@ bool IsUnresolved(const Recordset& row, std::string_view id, std::string_view da
   return row.Fields(id).IsNull() && !row.Fields(data_start_id).IsNull();
 }
 
-bool AnyUnresolved(Recordset rows, std::string_view id, std::string_view data_start_id) {
+bool AnyUnresolved(Recordset& rows, std::string_view id, std::string_view data_start_id) {
   for (; !rows.IsEof(); rows.MoveNext()) {
     if (IsUnresolved(rows, id, data_start_id)) return true;
   }
@@ -33,51 +33,48 @@ bool ProducedWithoutPart(const Recordset& record) {
                              [&](const char* column) { return record.Fields(column).ToDoubleOr(0) > 0; });
 }
 
-Recordset OpenChildren(Session& session, std::string_view table, std::int32_t machine_data_id,
-                       std::string_view condition = "") {
+Recordset OpenChildren(Session& session, std::string_view table, std::int32_t machine_data_id) {
   return OpenRecordset(session, Concat("select * from ", table, " ", NoLockHint(session),
-                                       " where MACHINE_DATA_ID = ", machine_data_id, condition));
+                                       " where MACHINE_DATA_ID = ", machine_data_id));
+}
+
+bool AnyUserDowntime(Recordset& downtimes) {
+  const bool any = downtimes.Find("DOWNTIME_TYPE_CODE", static_cast<std::int32_t>(DowntimeType::kUser));
+  if (!downtimes.IsBof()) downtimes.MoveFirst();
+  return any;
 }
 
 }  // namespace
 
-void PrepareMachineDataRecordForCompletion(Session& session, std::int32_t machine_data_id,
-                                           DateTime stop_time) {
+void PrepareMachineDataRecordForCompletion(Session& session, Recordset& record, DateTime stop_time) {
   WriteTrace(session, "PrepareMachineDataRecordForCompletion");
-  Recordset record = OpenMachineData(session, machine_data_id);
   for (const Segment& segment : {kCycleSegment, kSetupSegment, kTeardownSegment, kIdleSegment}) {
     CloseSegment(record, segment, stop_time);
   }
   record.Set("STATUS_CODE", static_cast<std::int16_t>(RecordStatus::kClosed));
   record.Update();
-  StopAllDowntimes(session, machine_data_id, std::nullopt, stop_time);
+  StopAllDowntimes(session, KeyOf(record), std::nullopt, stop_time);
 }
 
-bool ValidateMachineDataRecord(Session& session, std::int32_t machine_data_id) {
-  constexpr std::string_view kDowntimes = "T_SFC_DT_PER_MACHINE_DATA";
+bool ValidateMachineDataRecord(Session& session, const Recordset& record) {
   WriteTrace(session, "ValidateMachineDataRecord");
-  const Recordset record = OpenMachineData(session, machine_data_id);
   if (IsUnresolved(record, "JOB_ID", "JOB_DATA_START_ID")) return false;
   if (IsUnresolved(record, "OP_ID", "OP_DATA_START_ID")) return false;
   if (IsUnresolved(record, "USER_ID", "LOGON_DATA_START_ID")) return false;
-  const Recordset user_downtimes =
-      OpenChildren(session, kDowntimes, machine_data_id, " and DOWNTIME_TYPE_CODE = 1");
-  if (user_downtimes.RecordCount() > 0) return false;
+  Recordset downtimes = OpenChildren(session, kDowntimeTable, KeyOf(record));
+  if (AnyUserDowntime(downtimes)) return false;
   if (IsUnresolved(record, "PART_ID", "PART_DATA_START_ID")) return false;
   if (record.Fields("PART_ID").IsNull() && ProducedWithoutPart(record)) return false;
-  if (AnyUnresolved(OpenChildren(session, kDowntimes, machine_data_id), "DOWNTIME_CODE_ID",
-                    "DT_DATA_START_ID")) {
-    return false;
-  }
-  return !AnyUnresolved(OpenChildren(session, "T_SFC_SCRAP_PER_MACHINE_DATA", machine_data_id),
-                        "SCRAP_CODE_ID", "SCRAP_DATA_START_ID");
+  if (AnyUnresolved(downtimes, "DOWNTIME_CODE_ID", "DT_DATA_START_ID")) return false;
+  Recordset scrap = OpenChildren(session, "T_SFC_SCRAP_PER_MACHINE_DATA", KeyOf(record));
+  return !AnyUnresolved(scrap, "SCRAP_CODE_ID", "SCRAP_DATA_START_ID");
 }
 
-void CompleteMachineDataRecord(Session& session, std::int32_t machine_data_id) {
-  if (!ValidateMachineDataRecord(session, machine_data_id)) return;
+void CompleteMachineDataRecord(Session& session, const Recordset& record) {
+  if (!ValidateMachineDataRecord(session, record)) return;
   ExecuteSql(session, Concat("update T_SFC_MACHINE_DATA  set STATUS_CODE = ",
                              static_cast<std::int16_t>(RecordStatus::kComplete),
-                             " where MACHINE_DATA_ID = ", machine_data_id));
+                             " where MACHINE_DATA_ID = ", KeyOf(record)));
 }
 
 }  // namespace kx

@@ -1,6 +1,7 @@
 #include "machinedata/downtime_rows.h"
 
 #include <string>
+#include <vector>
 
 #include "database/text.h"
 #include "machinedata/segments.h"
@@ -18,22 +19,19 @@ void StopCurrentRow(Recordset& downtime, DateTime stop_time) {
 
 }  // namespace
 
-Recordset OpenNewDowntimes(Session& session) {
-  return OpenRecordset(session, Concat("select * from T_SFC_DT_PER_MACHINE_DATA ", NoLockHint(session),
-                                       " where DT_PER_MACHINE_DATA_ID = 0"));
-}
-
-void BeginDowntime(Recordset& downtimes, std::int32_t machine_data_id, DateTime start_time) {
-  downtimes.AddNew();
-  downtimes.Set("MACHINE_DATA_ID", machine_data_id);
-  downtimes.Set("START_TIME", start_time);
-  downtimes.Set("STOP_TIME", Value());
-  downtimes.Set("DURATION", 0);
+std::int64_t AddDowntime(Session& session, std::int32_t machine_data_id, DateTime start_time,
+                         std::span<const ColumnValue> columns) {
+  std::vector<ColumnValue> row = {{"MACHINE_DATA_ID", machine_data_id},
+                                  {"START_TIME", start_time},
+                                  {"STOP_TIME", Value()},
+                                  {"DURATION", 0}};
+  row.insert(row.end(), columns.begin(), columns.end());
+  return session.connection.InsertRow(kDowntimeTable, row);
 }
 
 Recordset OpenRunningDowntimes(Session& session, std::int32_t machine_data_id,
                                std::optional<DowntimeType> type) {
-  std::string sql = Concat("select * from T_SFC_DT_PER_MACHINE_DATA ", NoLockHint(session),
+  std::string sql = Concat("select * from ", kDowntimeTable, " ", NoLockHint(session),
                            " where MACHINE_DATA_ID = ", machine_data_id, " and STOP_TIME IS NULL");
   if (type) Append(sql, "  and DOWNTIME_TYPE_CODE = ", static_cast<std::int32_t>(*type));
   return OpenRecordset(session, sql);

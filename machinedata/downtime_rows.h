@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
+#include <string_view>
 
 #include "session/session.h"
 
@@ -10,10 +12,12 @@ namespace kx {
 // What DOWNTIME_TYPE_CODE of a downtime row says.
 enum class DowntimeType : std::int32_t { kMachine = 0, kUser = 1 };
 
-// A recordset for new downtime rows, and in it a new row of a record that runs from `start_time` on. The rest
-// of the row is the caller's, and its Update.
-Recordset OpenNewDowntimes(Session& session);
-void BeginDowntime(Recordset& downtimes, std::int32_t machine_data_id, DateTime start_time);
+inline constexpr std::string_view kDowntimeTable = "T_SFC_DT_PER_MACHINE_DATA";
+
+// Adds a row for a downtime of a record that runs from `start_time` on, with the caller's columns besides.
+// Returns its key.
+std::int64_t AddDowntime(Session& session, std::int32_t machine_data_id, DateTime start_time,
+                         std::span<const ColumnValue> columns);
 
 // The downtime rows of a record that have no STOP_TIME, of one type or of any.
 Recordset OpenRunningDowntimes(Session& session, std::int32_t machine_data_id,

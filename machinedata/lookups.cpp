@@ -13,26 +13,31 @@ std::string Lookup(const Session& session, std::string_view columns, std::string
   return Concat("select ", columns, " from ", table, " ", NoLockHint(session), " where ", column, " = ");
 }
 
-std::int32_t FirstId(Session& session, std::string_view sql, std::string_view id_column) {
-  const Recordset rows = OpenRecordset(session, sql);
+std::int32_t FirstId(const Recordset& rows, std::string_view id_column) {
   return rows.RecordCount() == 0 ? -1 : rows.Fields(id_column).ToInt32();
 }
 
 std::int32_t IdByText(Session& session, std::string_view columns, std::string_view table,
                       std::string_view column, std::string_view text, std::string_view id_column) {
   if (text.empty()) return -1;
-  return FirstId(session, Concat(Lookup(session, columns, table, column), "'", text, "'"), id_column);
-}
-
-std::int32_t IdByNumber(Session& session, std::string_view id_column, std::string_view table,
-                        std::string_view column, std::int32_t number) {
-  RequireKnownDialect(session);
-  return FirstId(session, Concat(Lookup(session, id_column, table, column), number), id_column);
+  return FirstId(OpenMasterData(session, Concat(Lookup(session, columns, table, column), "'", text, "'")),
+                 id_column);
 }
 
 std::int32_t IdByVelkarisId(Session& session, std::string_view id_column, std::string_view table,
                             std::int32_t number) {
-  return IdByNumber(session, id_column, table, "VELKARIS_ID", number);
+  RequireKnownDialect(session);
+  return FirstId(OpenRecordset(session, Concat(Lookup(session, id_column, table, "VELKARIS_ID"), number)),
+                 id_column);
+}
+
+// The commands that the component itself works into records.
+Recordset OpenOwnCommands(Session& session) {
+  RequireKnownDialect(session);
+  return OpenMasterData(
+      session, Concat("select COMMAND_ID, COMMAND_TYPE_CODE from T_SFC_COMMAND ", NoLockHint(session),
+                      " where COMMAND_TYPE_CODE >= ", command_type::kLogon,
+                      " and COMMAND_TYPE_CODE <= ", command_type::kScrappedPartCount));
 }
 
 }  // namespace
@@ -56,7 +61,7 @@ std::int32_t GetScrapCodeID(Session& session, std::string_view scrap_code_number
 
 PartKey GetPartID(Session& session, std::string_view part_number) {
   if (part_number.empty()) return {};
-  const Recordset part = OpenRecordset(
+  const Recordset part = OpenMasterData(
       session, Concat(Lookup(session, "*", "T_SFC_PART", "PART_NUMBER"), "'", part_number, "'"));
   if (part.RecordCount() == 0) return {};
   return {part.Fields("PART_ID").ToInt32(), part.Fields("PART_TYPE_ID").ToInt32Or(-1)};
@@ -64,16 +69,16 @@ PartKey GetPartID(Session& session, std::string_view part_number) {
 
 std::int32_t GetDowntimeCodeID(Session& session, std::string_view downtime_code_number, DowntimeType type) {
   if (downtime_code_number.empty()) return -1;
-  return FirstId(
-      session,
-      Concat(Lookup(session, "DOWNTIME_CODE_ID", "T_SFC_DOWNTIME_CODE", "DOWNTIME_CODE_NUMBER"), "'",
-             downtime_code_number, "' and DOWNTIME_TYPE_CODE IN (", static_cast<std::int32_t>(type), ",2)"),
-      "DOWNTIME_CODE_ID");
+  return FirstId(OpenMasterData(session, Concat(Lookup(session, "DOWNTIME_CODE_ID", "T_SFC_DOWNTIME_CODE",
+                                                       "DOWNTIME_CODE_NUMBER"),
+                                                "'", downtime_code_number, "' and DOWNTIME_TYPE_CODE IN (",
+                                                static_cast<std::int32_t>(type), ",2)")),
+                 "DOWNTIME_CODE_ID");
 }
 
 std::string GetDefaultScrapCodeNumber(Session& session) {
   for (const std::int32_t type : {-1, 1}) {
-    const Recordset code = OpenRecordset(
+    const Recordset code = OpenMasterData(
         session,
         Concat(Lookup(session, "SCRAP_CODE_NUMBER", "T_SFC_SCRAP_CODE", "SCRAP_CODE_TYPE_CODE"), type));
     if (code.RecordCount() > 0) return code.Fields("SCRAP_CODE_NUMBER").ToTextOr("");
@@ -83,7 +88,7 @@ std::string GetDefaultScrapCodeNumber(Session& session) {
 
 std::optional<std::string> GetFirstPartNumberOfJob(Session& session, std::string_view job_number) {
   const std::string_view hint = NoLockHint(session);
-  const Recordset parts = OpenRecordset(
+  const Recordset parts = OpenMasterData(
       session, Concat("select T_SFC_PART.PART_NUMBER  from T_SFC_PART", hint, ", T_SFC_PART_PER_JOB", hint,
                       ", T_SFC_JOB", hint, "  where T_SFC_JOB.JOB_NUMBER = '", job_number,
                       "'  and T_SFC_JOB.JOB_ID = T_SFC_PART_PER_JOB.JOB_ID "
@@ -94,13 +99,13 @@ std::optional<std::string> GetFirstPartNumberOfJob(Session& session, std::string
 }
 
 std::int32_t GetCommandIdByTypeCode(Session& session, std::int32_t command_type_code) {
-  return IdByNumber(session, "COMMAND_ID", "T_SFC_COMMAND", "COMMAND_TYPE_CODE", command_type_code);
+  Recordset commands = OpenOwnCommands(session);
+  return commands.Find("COMMAND_TYPE_CODE", command_type_code) ? commands.Fields("COMMAND_ID").ToInt32() : -1;
 }
 
 std::int32_t GetCommandTypeCode(Session& session, std::int32_t command_id) {
-  const Recordset command = OpenRecordset(
-      session, Concat(Lookup(session, "COMMAND_TYPE_CODE", "T_SFC_COMMAND", "COMMAND_ID"), command_id));
-  return command.RecordCount() == 0 ? -1 : command.Fields("COMMAND_TYPE_CODE").ToInt32Or(-1);
+  Recordset commands = OpenOwnCommands(session);
+  return commands.Find("COMMAND_ID", command_id) ? commands.Fields("COMMAND_TYPE_CODE").ToInt32() : -1;
 }
 
 std::int32_t GetDeptIdByVelkarisId(Session& session, std::int32_t number) {

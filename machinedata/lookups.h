@@ -37,7 +37,8 @@ std::optional<std::string> GetFirstPartNumberOfJob(Session& session, std::string
 
 namespace command_type = kxdata7::command_type;
 
-// The first command of a type, and the type of a command.
+// The first command of one of these types, and the type of a command that has one. All of them are asked for
+// in one question.
 std::int32_t GetCommandIdByTypeCode(Session& session, std::int32_t command_type_code);
 std::int32_t GetCommandTypeCode(Session& session, std::int32_t command_id);
 

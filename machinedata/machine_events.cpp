@@ -30,14 +30,9 @@ void StartMachineEvent(Session& session, const MachinePlace& place, std::int32_t
       {"PARAM1", param.empty() ? Value() : Value(param)},
   };
   const std::int32_t event_id = InsertRow(session, "T_SFC_EVENT", columns);
-
-  Recordset running = OpenRecordset(
-      session, Concat("select * from T_SFC_MACHINE_EVENT ", NoLockHint(session), " where EVENT_ID = 0 "));
-  running.AddNew();
-  running.Set("MACHINE_ID", place.machine_id);
-  running.Set("COMMAND_ID", command_id);
-  running.Set("EVENT_ID", event_id);
-  running.Update();
+  const ColumnValue running[] = {
+      {"MACHINE_ID", place.machine_id}, {"COMMAND_ID", command_id}, {"EVENT_ID", event_id}};
+  session.connection.InsertRow("T_SFC_MACHINE_EVENT", running);
 }
 
 bool StopMachineEvent(Session& session, std::int32_t machine_id, std::int32_t command_id,
@@ -47,11 +42,8 @@ bool StopMachineEvent(Session& session, std::int32_t machine_id, std::int32_t co
     if (running.RecordCount() == 0) return true;
     const std::int32_t event_id = running.Fields("EVENT_ID").ToInt32();
     running.Delete();
-    Recordset event = OpenRecordset(
-        session, Concat("select * from T_SFC_EVENT ", NoLockHint(session), " where EVENT_ID = ", event_id));
-    if (event.RecordCount() == 0) return true;
-    event.Set("STOP_TIME", stop_time);
-    event.Update();
+    const ColumnValue stopped[] = {{"STOP_TIME", stop_time}};
+    session.connection.UpdateRow("T_SFC_EVENT", stopped, event_id);
     return true;
   } catch (const DatabaseError&) {
     return false;

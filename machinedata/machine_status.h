@@ -10,7 +10,6 @@ namespace kx {
 enum class MachineStatus : std::int32_t { kIdle = 0, kSetup = 1, kInCycle = 2, kDowntime = 3, kTeardown = 4 };
 
 // A missing machine is a DatabaseError.
-MachineStatus GetMachineStatus(Session& session, std::int32_t machine_id);
 void SetMachineStatus(Session& session, std::int32_t machine_id, MachineStatus status, DateTime status_date);
 
 }  // namespace kx

@@ -47,9 +47,9 @@ std::vector<ColumnValue> NextRecord(const Recordset& old, ChangedItem changed_it
   for (const Segment& segment : kSegments) next.push_back({segment.total, 0});
   for (const std::string_view column : kCountColumns) next.push_back({column, 0});
   for (const ContextGroup& group : kContextGroups) {
-    if (group.item == changed_item) continue;
     for (const std::string_view column : group.columns) {
-      if (!column.empty()) next.push_back({column, old.Fields(column)});
+      if (column.empty()) continue;
+      next.push_back({column, group.item == changed_item ? Value() : old.Fields(column)});
     }
   }
   return next;
@@ -58,14 +58,12 @@ std::vector<ColumnValue> NextRecord(const Recordset& old, ChangedItem changed_it
 void CarryOverDowntimes(Session& session, std::int32_t old_machine_data_id, std::int32_t new_machine_data_id,
                         DateTime start_time) {
   Recordset running = OpenRunningDowntimes(session, old_machine_data_id, std::nullopt);
-  if (running.RecordCount() == 0) return;
-  Recordset copy = OpenNewDowntimes(session);
   for (; !running.IsEof(); running.MoveNext()) {
-    BeginDowntime(copy, new_machine_data_id, start_time);
+    std::vector<ColumnValue> copy;
     for (const char* column : {"DOWNTIME_CODE_ID", "DT_NUMBER", "DT_DATA_START_ID", "DOWNTIME_TYPE_CODE"}) {
-      copy.Set(column, running.Fields(column));
+      copy.push_back({column, running.Fields(column)});
     }
-    copy.Update();
+    AddDowntime(session, new_machine_data_id, start_time, copy);
   }
 }
 
@@ -76,16 +74,29 @@ Recordset OpenMachineData(Session& session, std::int32_t machine_data_id) {
                                        " where MACHINE_DATA_ID = ", machine_data_id));
 }
 
-std::int32_t CreateNextMachineDataRecord(Session& session, std::int32_t old_machine_data_id,
-                                         ChangedItem changed_item, DateTime start_time) {
+Recordset OpenMachineDataUnderLock(Session& session, std::int32_t machine_data_id) {
+  return OpenRecordset(session,
+                       Concat("select * from T_SFC_MACHINE_DATA  where MACHINE_DATA_ID = ", machine_data_id));
+}
+
+std::int32_t KeyOf(const Recordset& record) { return record.Fields("MACHINE_DATA_ID").ToInt32(); }
+
+Recordset CreateNextMachineDataRecord(Session& session, const Recordset& old, ChangedItem changed_item,
+                                      DateTime start_time) {
+  constexpr std::string_view kTable = "T_SFC_MACHINE_DATA";
   WriteTrace(session, "CreateNextMachineDataRecord");
-  // Read under lock: the values end up in a new row.
-  const Recordset old = OpenRecordset(
-      session, Concat("select * from T_SFC_MACHINE_DATA  where MACHINE_DATA_ID = ", old_machine_data_id));
-  const std::int32_t new_machine_data_id =
-      InsertRow(session, "T_SFC_MACHINE_DATA", NextRecord(old, changed_item, start_time));
-  CarryOverDowntimes(session, old_machine_data_id, new_machine_data_id, start_time);
-  return new_machine_data_id;
+  std::vector<ColumnValue> next = NextRecord(old, changed_item, start_time);
+  const std::int32_t machine_data_id = InsertRow(session, kTable, next);
+  CarryOverDowntimes(session, KeyOf(old), machine_data_id, start_time);
+  next.push_back({"MACHINE_DATA_ID", machine_data_id});
+  std::vector<std::string> names;
+  Rows row;
+  for (ColumnValue& column : next) {
+    names.emplace_back(column.column);
+    row.values.push_back(std::move(column.value));
+  }
+  row.columns = std::move(names);
+  return {session.connection, kTable, std::move(row)};
 }
 
 void SetCurrentMachineDataID(Session& session, std::int32_t machine_id, std::int32_t machine_data_id) {
@@ -97,16 +108,16 @@ std::int32_t ReplaceRecord(Session& session, std::int32_t machine_id, std::int32
                            ChangedItem changed_item, DateTime time, const ContextWriter& write_context) {
   ExecuteSql(session, Concat("update T_SFC_MACHINE_DATA  set STOP_TIME = ", SqlDateLiteral(session, time),
                              " where MACHINE_DATA_ID = ", old_machine_data_id));
-  const std::int32_t new_machine_data_id =
-      CreateNextMachineDataRecord(session, old_machine_data_id, changed_item, time);
+  Recordset old = OpenMachineDataUnderLock(session, old_machine_data_id);
+  Recordset next = CreateNextMachineDataRecord(session, old, changed_item, time);
+  const std::int32_t new_machine_data_id = KeyOf(next);
   if (write_context) {
-    Recordset next = OpenMachineData(session, new_machine_data_id);
     write_context(next, new_machine_data_id);
     next.Update();
   }
-  PrepareMachineDataRecordForCompletion(session, old_machine_data_id, time);
+  PrepareMachineDataRecordForCompletion(session, old, time);
   SetCurrentMachineDataID(session, machine_id, new_machine_data_id);
-  CompleteMachineDataRecord(session, old_machine_data_id);
+  CompleteMachineDataRecord(session, old);
   return new_machine_data_id;
 }
 

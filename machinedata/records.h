@@ -23,11 +23,17 @@ enum class ChangedItem : std::int32_t {
 // The record with this key, for reading and changing.
 Recordset OpenMachineData(Session& session, std::int32_t machine_data_id);
 
+// The same, read under lock: for a record whose values end up in a new row.
+Recordset OpenMachineDataUnderLock(Session& session, std::int32_t machine_data_id);
+
+// The key of the record that a recordset stands on.
+std::int32_t KeyOf(const Recordset& record);
+
 // Writes the successor of a record: started at `start_time`, its context taken over but for the changed
 // group, its totals 0, its running segments started anew and its open downtimes copied. The old record and
-// the machine stay as they are. Returns the new key.
-std::int32_t CreateNextMachineDataRecord(Session& session, std::int32_t old_machine_data_id,
-                                         ChangedItem changed_item, DateTime start_time);
+// the machine stay as they are. Returns the new row with what was written into it.
+Recordset CreateNextMachineDataRecord(Session& session, const Recordset& old, ChangedItem changed_item,
+                                      DateTime start_time);
 
 // Makes a record the machine's current one.
 void SetCurrentMachineDataID(Session& session, std::int32_t machine_id, std::int32_t machine_data_id);

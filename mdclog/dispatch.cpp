@@ -112,6 +112,14 @@ bool DoNextItem(Session& session, std::string& error) {
 bool DoNextItemFromMDCLog(Session& session, std::string& error) {
   WriteTrace(session, "DoNextItemFromMDCLog");
   session.shift_cache_machine_id = -1;
+  // Nothing that is asked once an item outlives it.
+  struct Item {
+    explicit Item(Session& item_session) : session(item_session) { session.master_data.emplace(); }
+    Item(const Item&) = delete;
+    Item& operator=(const Item&) = delete;
+    ~Item() { session.master_data.reset(); }
+    Session& session;
+  } const item(session);
   error.clear();
   bool done = false;
   try {

@@ -1,7 +1,6 @@
 #include "session/insert_row.h"
 
 #include "database/database_error.h"
-#include "database/table_key.h"
 #include "database/text.h"
 #include "session/sql_dialect.h"
 
@@ -32,12 +31,7 @@ std::int32_t InsertRow(Session& session, std::string_view table, std::span<const
     }
     return InsertAndGetIdentity(session, table, names, values);
   }
-  const std::string key = KeyColumnOf(table);
-  Recordset row = OpenRecordset(session, Concat("select * from ", table, "  where ", key, " = 0"));
-  row.AddNew();
-  for (const ColumnValue& column : columns) row.Set(column.column, column.value);
-  row.Update();
-  return row.Fields(key).ToInt32();
+  return Value(session.connection.InsertRow(table, columns)).ToInt32();
 }
 
 std::int32_t InsertAndGetIdentity(Session& session, std::string_view table, std::string_view columns,

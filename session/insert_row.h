@@ -8,14 +8,8 @@
 
 namespace kx {
 
-// A column of a new row and its value.
-struct ColumnValue {
-  std::string_view column;
-  Value value;
-};
-
-// Inserts a row with these columns and returns its key: by a recordset for Oracle and Access, by an identity
-// batch, in which NULL columns are left out, for SQL Server.
+// Inserts a row with these columns and returns its key: for SQL Server by an identity batch, in which NULL
+// columns are left out.
 std::int32_t InsertRow(Session& session, std::string_view table, std::span<const ColumnValue> columns);
 
 // Inserts one row by an identity batch and returns its key. SQL Server only.

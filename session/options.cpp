@@ -6,9 +6,9 @@
 namespace kx {
 
 bool GetOptionBool(Session& session) {
-  const Recordset option = OpenRecordset(session, Concat("select * from T_SFC_OPTION ", NoLockHint(session),
-                                                         " where APP_CODE = ", option::kApplication,
-                                                         " and OPTION_CODE = ", option::kJobStartsItsPart));
+  const Recordset option = OpenMasterData(session, Concat("select * from T_SFC_OPTION ", NoLockHint(session),
+                                                          " where APP_CODE = ", option::kApplication,
+                                                          " and OPTION_CODE = ", option::kJobStartsItsPart));
   return option.Fields("BOOL_VAL").ToInt32() != 0;
 }
 

@@ -46,6 +46,19 @@ bool ExecuteSqlInTransaction(Session& session, std::string_view sql, std::string
 
 Recordset OpenRecordset(Session& session, std::string_view sql) { return {session.connection, sql}; }
 
+Recordset OpenMasterData(Session& session, std::string_view sql) {
+  // An item over very many shifts asks about each of them, and never again.
+  constexpr std::size_t kMostAnswers = 64;
+  auto& answers = session.master_data;
+  if (!answers) return OpenRecordset(session, sql);
+  std::string question(sql);
+  const auto known = answers->find(question);
+  if (known != answers->end()) return {session.connection, sql, known->second};
+  if (answers->size() == kMostAnswers) answers->clear();
+  Rows rows = session.connection.Execute(sql);
+  return {session.connection, sql, answers->emplace(std::move(question), std::move(rows)).first->second};
+}
+
 std::string GetScalarText(Session& session, std::string_view sql) {
   const Rows rows = session.connection.Execute(sql);
   return rows.count() == 0 ? std::string() : rows.at(0, 0).ToTextOr("");

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "database/connection.h"
@@ -33,6 +35,10 @@ class Session {
 
   Host& host() { return host_; }
 
+  // While one log item is processed: what was asked of the tables that the component never writes, by the
+  // questions' texts. Nothing outside an item.
+  std::optional<std::unordered_map<std::string, Rows>> master_data;
+
  private:
   Host& host_;
 };
@@ -57,6 +63,10 @@ bool ExecuteSqlInTransaction(Session& session, std::string_view sql, std::string
 
 // A recordset on the rows of `sql`, on its first row.
 Recordset OpenRecordset(Session& session, std::string_view sql);
+
+// The same for a question about tables that the component never writes. Within one log item it is sent once;
+// asked again, it has the answer that it had.
+Recordset OpenMasterData(Session& session, std::string_view sql);
 
 // Field 0 of the first row as text, empty when there is no row or the field is NULL.
 std::string GetScalarText(Session& session, std::string_view sql);

@@ -10,7 +10,6 @@ namespace {
 
 struct Dialect {
   std::string_view no_lock;
-  std::string_view no_lock_in_capitals;
   std::array<std::string_view, 4> iif;           // before the condition, true text and false text, and behind
   std::array<std::string_view, 2> date_literal;  // before and behind the time
   std::array<std::string_view, 3> date_add;      // before, between and behind the operands
@@ -23,7 +22,6 @@ constexpr std::array<std::string_view, 4> kCase = {" CASE WHEN ", " THEN ", " EL
 
 constexpr std::array<Dialect, 3> kDialects = {{
     {"",
-     "",
      kCase,
      {"TO_DATE('", "', 'MM/DD/YYYY HH24:MI:SS') "},
      {" (", " + ", ")"},
@@ -31,7 +29,6 @@ constexpr std::array<Dialect, 3> kDialects = {{
      true,
      {"Select SYSDATE from DUAL", "SYSDATE", "SYSDATE"}},
     {"",
-     "",
      {" IIF(", ",", ",", ")"},
      {" #", "# "},
      {" DateAdd('dd', ", ",", ")"},
@@ -39,7 +36,6 @@ constexpr std::array<Dialect, 3> kDialects = {{
      false,
      {"SELECT Date() as PDATE , Time() as PTIME ", "PDATE", "PTIME"}},
     {" with (NOLOCK)",
-     "WITH (NOLOCK) ",
      kCase,
      {"CAST('", "' AS DATETIME) "},
      {" DateAdd(dd, ", ",", ")"},
@@ -67,10 +63,6 @@ std::optional<std::string_view> GetNoLock(const Session& session) {
 }
 
 std::string_view NoLockHint(const Session& session) { return DialectOf(session).no_lock; }
-
-std::string_view NoLockHintInCapitals(const Session& session) {
-  return DialectOf(session).no_lock_in_capitals;
-}
 
 std::string SqlIif(const Session& session, std::string_view condition, std::string_view if_true,
                    std::string_view if_false) {

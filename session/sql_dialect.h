@@ -19,9 +19,6 @@ std::optional<std::string_view> GetNoLock(const Session& session);
 // The same for splicing into a statement.
 std::string_view NoLockHint(const Session& session);
 
-// The hint as it stands before a WHERE, in capitals: "WITH (NOLOCK) " for SQL Server.
-std::string_view NoLockHintInCapitals(const Session& session);
-
 std::string SqlIif(const Session& session, std::string_view condition, std::string_view if_true,
                    std::string_view if_false);
 

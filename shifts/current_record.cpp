@@ -17,6 +17,7 @@ namespace {
 // What the calendar needs to know of a machine's current record.
 struct CurrentRecord {
   std::int32_t machine_data_id;
+  MachineStatus machine_status;
   DateTime start_time;
   DateTime chart_date;
   std::string user_name;
@@ -26,14 +27,19 @@ struct CurrentRecord {
 CurrentRecord ReadCurrentRecord(Session& session, std::int32_t machine_id) {
   const std::string_view hint = NoLockHint(session);
   const Recordset row = OpenRecordset(
-      session, Concat("select md.MACHINE_DATA_ID,START_TIME,CHART_DATE,USER_NAME,SHIFT_ID,SHIFT_END from "
-                      "T_SFC_MACHINE_DATA md",
-                      hint, " inner join T_SFC_MACHINE m ", hint,
-                      " on md.MACHINE_DATA_ID=m.MACHINE_DATA_ID  where m.MACHINE_ID = ", machine_id));
+      session,
+      Concat(
+          "select md.MACHINE_DATA_ID,START_TIME,CHART_DATE,USER_NAME,SHIFT_ID,SHIFT_END,m.STATUS_CODE from "
+          "T_SFC_MACHINE_DATA md",
+          hint, " inner join T_SFC_MACHINE m ", hint,
+          " on md.MACHINE_DATA_ID=m.MACHINE_DATA_ID  where m.MACHINE_ID = ", machine_id));
   WriteTrace(session, "HandleExpiredShifts-A");
   const DateTime start_time = row.Fields("START_TIME").ToDateTime();
-  return {row.Fields("MACHINE_DATA_ID").ToInt32(), start_time,
-          row.Fields("CHART_DATE").ToDateTimeOr(start_time).Date(), row.Fields("USER_NAME").ToTextOr(""),
+  return {row.Fields("MACHINE_DATA_ID").ToInt32(),
+          static_cast<MachineStatus>(row.Fields("STATUS_CODE").ToInt32Or(-1)),
+          start_time,
+          row.Fields("CHART_DATE").ToDateTimeOr(start_time).Date(),
+          row.Fields("USER_NAME").ToTextOr(""),
           row.Fields("SHIFT_ID").IsNull() ? kNoShiftEnd : row.Fields("SHIFT_END").ToDateTime()};
 }
 
@@ -75,37 +81,47 @@ CurrentRecord CloseExpired(Session& session, std::int32_t machine_id, const Curr
                                             next.Set("CHART_DATE", expiry.next.chart_date);
                                             current.user_name = next.Fields("USER_NAME").ToTextOr("");
                                           });
+  current.machine_status = record.machine_status;
   current.start_time = expiry.moment;
   current.chart_date = expiry.next.chart_date;
   current.shift_end = expiry.next.end;
   return current;
 }
 
-}  // namespace
-
-bool HandleExpiredShifts(Session& session, std::int32_t machine_id, DateTime moment, bool use_transactions) {
+// The machine's current record after its expired shifts were closed; nothing when a transaction could not be
+// begun or committed.
+std::optional<CurrentRecord> CloseExpiredShifts(Session& session, std::int32_t machine_id, DateTime moment,
+                                                bool use_transactions) {
   WriteTrace(session, Concat("HandleExpiredShifts(", machine_id, ",", moment.ToText(),
                              "):", session.trace_file_open ? -1 : 0));
   TransactionScope transaction(session);
-  if (use_transactions && !transaction.Begin()) return false;
+  if (use_transactions && !transaction.Begin()) return std::nullopt;
   CurrentRecord record = ReadCurrentRecord(session, machine_id);
   for (;;) {
     WriteTrace(session, "HandleExpiredShifts-B");
     const auto expiry = FindExpiry(session, machine_id, record, moment);
     if (!expiry) break;
     record = CloseExpired(session, machine_id, record, *expiry);
-    if (use_transactions && !(transaction.Commit() && transaction.Begin())) return false;
+    if (use_transactions && !(transaction.Commit() && transaction.Begin())) return std::nullopt;
   }
-  if (use_transactions && !transaction.Commit()) return false;
+  if (use_transactions && !transaction.Commit()) return std::nullopt;
   WriteTrace(session, "HandleExpiredShifts-Done");
-  return true;
+  return record;
+}
+
+}  // namespace
+
+bool HandleExpiredShifts(Session& session, std::int32_t machine_id, DateTime moment, bool use_transactions) {
+  return CloseExpiredShifts(session, machine_id, moment, use_transactions).has_value();
+}
+
+CurrentMachine GetCurrentMachine(Session& session, std::int32_t machine_id, DateTime time) {
+  const CurrentRecord record = CloseExpiredShifts(session, machine_id, time, false).value();
+  return {record.machine_data_id, record.machine_status};
 }
 
 std::int32_t GetCurrentMachineDataID(Session& session, std::int32_t machine_id, DateTime time) {
-  HandleExpiredShifts(session, machine_id, time, false);
-  return Value(GetScalarText(session, Concat("select MACHINE_DATA_ID from T_SFC_MACHINE ",
-                                             NoLockHint(session), " where MACHINE_ID = ", machine_id)))
-      .ToInt32();
+  return GetCurrentMachine(session, machine_id, time).machine_data_id;
 }
 
 bool RefreshMachineStatus(Session& session, std::string& error) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "machinedata/machine_status.h"
 #include "session/session.h"
 
 namespace kx {
@@ -13,7 +14,14 @@ namespace kx {
 // is an error.
 bool HandleExpiredShifts(Session& session, std::int32_t machine_id, DateTime moment, bool use_transactions);
 
-// The key of the machine's current record as of `time`, after its expired shifts were closed.
+// A machine after its expired shifts were closed: the key of its current record, and its status.
+struct CurrentMachine {
+  std::int32_t machine_data_id;
+  MachineStatus status;
+};
+
+// The machine as of `time`.
+CurrentMachine GetCurrentMachine(Session& session, std::int32_t machine_id, DateTime time);
 std::int32_t GetCurrentMachineDataID(Session& session, std::int32_t machine_id, DateTime time);
 
 // Closes the expired shifts of every machine as of the server's time. False: message 101 is in `error`; the

@@ -9,7 +9,7 @@ namespace kx {
 
 void LoadMachineShifts(Session& session, std::int32_t machine_id) {
   if (machine_id == session.shift_cache_machine_id) return;
-  Recordset shifts = OpenRecordset(
+  Recordset shifts = OpenMasterData(
       session,
       Concat("select * from T_SFC_MACHINE_SHIFT  where MACHINE_ID = ", machine_id, " order by SHIFT_ID "));
   session.machine_shift_ids.clear();

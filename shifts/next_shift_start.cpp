@@ -55,8 +55,8 @@ std::string WeeklyStartTimes(const Session& session) {
 DateTime GetNextShiftStart(Session& session, DateTime moment, std::int32_t machine_id) {
   WriteTrace(session, "GetNextShiftStart");
   Recordset shifts =
-      OpenRecordset(session, AddMachineShiftFilter(session, WeeklyStartTimes(session), machine_id) +
-                                 " order by s.SHIFT_ID");
+      OpenMasterData(session, AddMachineShiftFilter(session, WeeklyStartTimes(session), machine_id) +
+                                  " order by s.SHIFT_ID");
   if (shifts.RecordCount() == 0) ThrowNoShift(machine_id);
 
   const DateTime time_of_day = CombineDateAndTime(kBaseDay, moment);

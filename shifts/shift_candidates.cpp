@@ -15,7 +15,7 @@ namespace {
 
 Recordset OpenIntervals(Session& session, std::size_t weekday, int is_swing, std::string_view time_tests) {
   const std::string_view hint = NoLockHint(session);
-  return OpenRecordset(
+  return OpenMasterData(
       session,
       Concat("select T_SFC_SHIFT.SHIFT_ID, T_SFC_INTERVAL.START_TIME,  T_SFC_INTERVAL.STOP_TIME  from "
              "T_SFC_SHIFT",

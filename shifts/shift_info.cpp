@@ -47,7 +47,7 @@ DateTime OnDayOf(DateTime moment, DateTime interval_time) {
 std::int32_t PreferredShift(Session& session, std::string_view user_name) {
   const std::int32_t user_id = GetUserID(session, user_name);
   if (user_id == -1) return kNoShift;
-  const Recordset user = OpenRecordset(
+  const Recordset user = OpenMasterData(
       session, Concat("select * from T_SFC_USER ", NoLockHint(session), " where USER_ID = ", user_id));
   return user.Fields("SHIFT_ID").ToInt32Or(kNoShift);
 }
@@ -58,8 +58,8 @@ ShiftInfo DetermineChartDateAndShiftInfo(Session& session, DateTime moment, std:
   ShiftInfo info;
   info.chart_date = moment.Date();
   Recordset shifts =
-      OpenRecordset(session, AddMachineShiftFilter(session, CandidateShifts(session, moment), machine_id) +
-                                 " order by START_TIME,STOP_TIME,s.SHIFT_ID");
+      OpenMasterData(session, AddMachineShiftFilter(session, CandidateShifts(session, moment), machine_id) +
+                                  " order by START_TIME,STOP_TIME,s.SHIFT_ID");
   if (shifts.RecordCount() == 0) return info;
   if (shifts.RecordCount() > 1) {
     const std::int32_t preferred = PreferredShift(session, user_name);
@@ -71,12 +71,9 @@ ShiftInfo DetermineChartDateAndShiftInfo(Session& session, DateTime moment, std:
   return info;
 }
 
-ShiftChange GetChangedShiftID(Session& session, std::int32_t machine_data_id, DateTime moment,
+ShiftChange GetChangedShiftID(Session& session, const Recordset& record, DateTime moment,
                               std::int32_t machine_id) {
   try {
-    const Recordset record = OpenRecordset(
-        session, Concat("SELECT SHIFT_ID FROM T_SFC_MACHINE_DATA ", NoLockHintInCapitals(session),
-                        "WHERE MACHINE_DATA_ID = ", machine_data_id));
     if (record.RecordCount() == 0 || record.Fields("SHIFT_ID").ToInt32Or(0) <= 0) return {};
     const ShiftInfo now = DetermineChartDateAndShiftInfo(session, moment, "", machine_id);
     if (now.shift_id == record.Fields("SHIFT_ID").ToInt32()) return {0, now.end};

@@ -30,7 +30,7 @@ struct ShiftChange {
 
 // Compares a record's stored shift with the one in force at `moment`, whoever is logged on. A record without
 // a shift does not change. Never fails: an error is no change.
-ShiftChange GetChangedShiftID(Session& session, std::int32_t machine_data_id, DateTime moment,
+ShiftChange GetChangedShiftID(Session& session, const Recordset& record, DateTime moment,
                               std::int32_t machine_id);
 
 // Writes a shift's id and end into a record, both NULL for no shift.

@@ -240,11 +240,10 @@ TEST_F(SqliteTest, RecordsetEditsByKey) {
   EXPECT_TRUE(rows.IsBof() && rows.IsEof());
   EXPECT_EQ(ErrorOf([&] { rows.Fields("NAME"); }),
             "Either BOF or EOF is true, or the current record has been deleted.");
-  rows.AddNew();
-  rows.Set("name", "Zoë's");
-  rows.Set("T", DateTime(2024, 1, 2, 3, 4, 5));
-  rows.Update();
-  EXPECT_EQ(rows.Fields("x_id").ToInt32(), 1);
+  const ColumnValue columns[] = {{"NAME", "Zoë's"}, {"T", DateTime(2024, 1, 2, 3, 4, 5)}};
+  EXPECT_EQ(db.InsertRow("T_SFC_X", columns), 1);
+  rows.Open(db, "select * from T_SFC_X where X_ID = 1");
+  EXPECT_EQ(rows.Fields("name").ToText(), "Zoë's");
   rows.Set("N", 0.1F);
   rows.CancelUpdate();
   EXPECT_TRUE(rows.Fields("N").IsNull());

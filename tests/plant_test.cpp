@@ -155,6 +155,21 @@ TEST_P(PlantTest, EventsAreWorkedOffInTheirOrder) {
   plant.ProcessAll();
 }
 
+// What an event has learnt of master data ends with it.
+TEST_P(PlantTest, MasterDataChangesBetweenEvents) {
+  plant.Queue("08:00 job start J9; 08:10 door both 2; 08:20 job start J9; 08:30 door both 2");
+  const auto next = [&] { EXPECT_EQ(component.Next(), (Outcome{true, ""})); };
+  next();
+  next();
+  plant.Execute("insert into T_SFC_JOB values (9, 'J9')");
+  next();
+  plant.Execute("update T_SFC_COMMAND set COMMAND_TYPE_CODE = 13 where COMMAND_ID = 113 or COMMAND_ID = 120");
+  next();
+  EXPECT_EQ(plant.Query("select JOB_ID, JOB_NUMBER, GOOD_COUNT from T_SFC_MACHINE_DATA where MACHINE_ID = 1 "
+                        "order by MACHINE_DATA_ID"),
+            "-|-|0;-|J9|0;9|-|0;9|-|2");
+}
+
 struct CycleCase {
   const char* script;
   const char* totals;  // finished, unfinished, cycle minutes, setup, teardown, idle hours; starts; status
