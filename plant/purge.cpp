@@ -117,7 +117,7 @@ class Purger {
       const bool is_before = rows.at(i, 5).ToDateTimeOr(start) < options_.before;
       const bool complete = rows.at(i, 4).ToInt32Or(0) == 2 && !rows.at(i, 3).IsNull();
       if (complete && is_before && !held_.contains(id)) {
-        going.push_back(id);
+        going.push_back(rows.at(i, 0));
         continue;
       }
       if (is_before) ++count_.kept;

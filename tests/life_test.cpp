@@ -394,5 +394,54 @@ TEST_F(LifeTest, CopyIsWholeOrNothing) {
   EXPECT_GT(kills, 10);
 }
 
+// What the component needs and no more: an account with these rights works events of every kind in.
+TEST_F(LifeTest, GrantsAreEnoughForTheComponent) {
+  test::Plant plant(0, DatabaseKind::kPostgres);
+  const std::string& database = plant.database.server_database();
+  Plant owner(At(test::TestServer().ConnectionString(database)));
+  owner.Run("create role \"shift 1\" login");
+  for (std::string statement : Grants(owner, 0, "shift 1", false)) {
+    ASSERT_TRUE(statement.ends_with(';'));
+    statement.pop_back();
+    owner.Run(statement);
+  }
+  ASSERT_EQ(plant.component.Connect(test::TestServer().ConnectionString(database, "shift 1")),
+            (test::Outcome{true, ""}));
+  ASSERT_TRUE(plant.component.Append({1, 2, 3, 1, 113}, "1", 0));
+  Walk(plant, 3, 150);
+  Plant terminal(At(test::TestServer().ConnectionString(database, "shift 1")));
+  EXPECT_THROW(terminal.Run("delete from T_SFC_MACHINE_DATA"), DatabaseError);
+  EXPECT_THROW(terminal.Run("update T_SFC_USER set USER_NAME = ''"), DatabaseError);
+  EXPECT_THROW(Grants(owner, 0, "o'neil", false), ToolError);
+}
+
+TEST_F(LifeTest, DoctorSeesAndRepairs) {
+  const PlantOptions plant = CopyOfWorked("plant.db");
+  ASSERT_EQ(Faults(plant), "");
+  Plant opened(plant);
+  for (const char* damage :
+       {"update T_SFC_MACHINE_DATA set STOP_TIME = '2026-01-12 06:00:30' where MACHINE_DATA_ID = 4",
+        "update T_SFC_MACHINE_DATA set USER_NAME = 'o''neil' where STOP_TIME is null and MACHINE_ID = 2",
+        "insert into T_SFC_MACHINE_EVENT values (9000, 9000, 1, 120)",
+        "insert into T_SFC_MACHINE_EVENT values (9001, 1, 1, 120), (9002, 2, 1, 120)",
+        "insert into T_SFC_EVENT (EVENT_ID, MACHINE_ID) values (9003, 1)",
+        "update T_SFC_MACHINE set MACHINE_DATA_ID = 1 where MACHINE_ID = 3"})
+    opened.Run(damage);
+  const auto found = [&](std::int32_t dialect) {
+    std::string text;
+    for (const Finding& finding : Examine(opened, dialect)) {
+      if (finding.grade != Finding::Grade::kOk)
+        Append(text, finding.repair ? "repair " : "", finding.text, "\n");
+    }
+    return text;
+  };
+  const std::string text = found(2);
+  for (const char* expected :
+       {"gap between record 4, which stops at 2026-01-12 06:00:30, and record 5", "\"o'neil\" as USER_NAME",
+        "repair row 9000 of T_SFC_MACHINE_EVENT", "command 120 runs 3 times on machine 1",
+        "event 9003 of machine 1 never ends", "repair machine 3 points at record 1"})
+    EXPECT_NE(text.find(expected), std::string::npos) << expected << '\n' << text;
+}
+
 }  // namespace
 }  // namespace kx::tool

@@ -444,6 +444,7 @@ class DoctorTest : public EveryPlantTest {
     bool healthy = true;
     for (const std::string& line : Lines(result.output)) {
       if (!line.starts_with("ok ")) findings.push_back(line);
+      if (line == "ok       connection") healthy = true;  // what came before was repaired
       healthy = healthy && (line.starts_with("ok ") || line.starts_with("note "));
     }
     EXPECT_EQ(result.status, healthy ? 0 : 1) << result.output;
@@ -507,6 +508,18 @@ TEST_P(DoctorTest, FindsEveryKindOfDamage) {
   ExpectFindings({"drop table T_KXES_PTYPE"}, {"missing  table T_KXES_PTYPE", "failed   component"});
 }
 
+TEST_P(DoctorTest, RepairsWhatIsCertain) {
+  Do("create " + plant_ + " --demo");
+  Query("delete from T_SFC_OPTION where OPTION_CODE = 4");
+  Query("update T_SFC_MACHINE set MACHINE_DATA_ID = 1 where MACHINE_ID = 3");
+  EXPECT_EQ(Findings().size(), 2U);
+  const auto findings = Findings(" --repair");
+  ASSERT_EQ(findings.size(), 4U);
+  EXPECT_EQ(findings[1], "repair   add option (2, 4) with 0");
+  EXPECT_EQ(findings[3], "repair   let machine 3 point at record 3");
+  EXPECT_EQ(Findings(), std::vector<std::string>());
+}
+
 TEST_P(DoctorTest, SaysWhatItCannotReach) {
   if (embedded()) {
     Write(plant_.c_str(),
@@ -518,6 +531,37 @@ TEST_P(DoctorTest, SaysWhatItCannotReach) {
   const auto findings = Findings();
   ASSERT_EQ(findings.size(), 1U) << ::testing::PrintToString(findings);
   EXPECT_TRUE(findings[0].starts_with("failed   connection: ")) << findings[0];
+}
+
+TEST_P(EveryPlantTest, LeadsAPlantThroughItsLife) {
+  Do("create " + plant_ + " --demo --start 2026-01-12");
+  Do("import " + plant_ + " '" KXDATA7_SOURCE_DIR "/samples/day-2026-01-12.csv' --dnc");
+  Do("process " + plant_ + " --all");
+  Query("update T_SFC_SETTING set SETTING_VALUE = '1' where SETTING_NAME = 'schema_version'");
+  ExpectError("purge " + plant_ + " --before 2026-01-13", "\"kxdata7 upgrade\" brings it there");
+  EXPECT_EQ(Do("upgrade " + plant_), "schema version 2\nThe plant is up to date.\n");
+  EXPECT_TRUE(Do("copy " + plant_ + " copy.db").starts_with("Copied and compared: 271 rows"));
+  const std::string records = Do("records " + plant_ + " --csv");
+  EXPECT_EQ(Do("records copy.db --csv"), records);
+  ExpectError("copy copy.db " + plant_, "not empty");
+  if (embedded()) {
+    EXPECT_EQ(Do("backup plant.db saved.db"),
+              "Backed up and verified: 4 machines, 45 records, 0 events that wait.\n");
+    EXPECT_EQ(Do("records saved.db --csv"), records);
+    ExpectError("backup plant.db saved.db", "exists");
+    ExpectError("grants plant.db clerk", "file");
+  } else {
+    ExpectError("backup " + plant_ + " saved.db", "pg_dump");
+    EXPECT_NE(
+        Do("grants " + plant_ + " clerk").find("GRANT SELECT, INSERT, UPDATE ON T_SFC_EVENT TO \"clerk\";\n"),
+        std::string::npos);
+  }
+  const std::string would = Do("purge " + plant_ + " --before 2026-01-13 --dry-run");
+  EXPECT_EQ(Do("records " + plant_ + " --csv"), records);
+  EXPECT_EQ("Would delete" + Do("purge " + plant_ + " --before 2026-01-13").substr(7), would);
+  EXPECT_EQ(Query("select count(*) from T_SFC_MACHINE_DATA").ToInt32(), 9);
+  Query("update T_SFC_SETTING set SETTING_VALUE = '3' where SETTING_NAME = 'schema_version'");
+  ExpectError("status " + plant_, "use a newer tool");
 }
 
 TEST_F(ToolTest, ExplainsAnEventByATrialThatLeavesThePlantAlone) {
