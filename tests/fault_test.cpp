@@ -17,12 +17,10 @@ class FaultTest : public testing::TestWithParam<int> {
   Plant plant{GetParam()};
 };
 
-INSTANTIATE_TEST_SUITE_P(DatabaseTypes, FaultTest, testing::Values(0, 1, 2));
+INSTANTIATE_TEST_SUITE_P(DatabaseTypes, FaultTest, testing::ValuesIn(TestedTypes()));
 
 // Of so many calls of a handler one fails. On a server that takes long; each type takes other ones.
-int CallStride(const Plant& plant) {
-  return plant.database.kind() == DatabaseKind::kPostgres ? Stride(3) : 1;
-}
+int CallStride(const Plant& plant) { return plant.database.kind() == DatabaseKind::kSqlite ? 1 : Stride(3); }
 
 // The n-th call of the engine fails: in turn by an error, a lock and the end of the link.
 enum class Fault { kError, kBusy, kLinkLoss };
@@ -197,6 +195,7 @@ TEST_P(FaultTest, LockedDatabase) {
 
 // Another session really holds a row, a table, or keeps everybody from writing.
 TEST_P(FaultTest, AnotherSessionHoldsLocks) {
+  if (plant.database.kind() == DatabaseKind::kGiven) GTEST_SKIP() << "each database locks in its own way";
   const bool on_server = plant.database.kind() == DatabaseKind::kPostgres;
   std::vector<std::string> locks = {""};  // in SQLite a transaction holds the database
   if (on_server) {

@@ -29,7 +29,7 @@ class HandlersTest : public testing::TestWithParam<int> {
   Plant plant{GetParam()};
 };
 
-INSTANTIATE_TEST_SUITE_P(DatabaseTypes, HandlersTest, testing::Values(0, 1, 2));
+INSTANTIATE_TEST_SUITE_P(DatabaseTypes, HandlersTest, testing::ValuesIn(TestedTypes()));
 
 TEST_P(HandlersTest, GoodParts) {
   plant.Run("08:00 part start P1");

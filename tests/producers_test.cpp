@@ -82,7 +82,7 @@ constexpr const char* kPlantVariable = "KXDATA7_TEST_PLANT";
 // The work of a client's process, on the real clock: it connects, works and prints its report.
 int RunClient(int number) {
   Component component;
-  if (!component.Connect(std::getenv(kPlantVariable), kxdata7::Dialect{0}).done) return 1;
+  if (!component.Connect(std::getenv(kPlantVariable), kxdata7::Dialect{TestedTypes().front()}).done) return 1;
   const auto begin = steady_clock::now();
   const Report report = number == kProcessor ? ProcessAll(component) : Produce(component, number);
   const double seconds = std::chrono::duration<double>(steady_clock::now() - begin).count();
@@ -116,7 +116,7 @@ class Client {
 
 TEST(ProducersTest, EveryEventIsAppliedOnceInItsProducersOrder) {
   const int events_each = EventsOfEach();
-  Plant plant(0);
+  Plant plant(TestedTypes().front());
   // The order in which SQLite took the events in; a server's keys may be given out in another order than
   // kept.
   const bool one_writer = plant.database.kind() == DatabaseKind::kSqlite;

@@ -2,13 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <array>
 #include <map>
 #include <sstream>
 
-#include "database/ascii.h"
 #include "database/text.h"
+#include "tests/support/written_tables.h"
 
 namespace kx::test {
 namespace {
@@ -47,22 +45,6 @@ insert into T_SFC_SHIFT values (1, 'Early', 1, 1, 1, 1, 1, NULL, NULL), (2, 'Lat
   (3, 'Night', 3, 3, 3, 3, 3, NULL, NULL);
 )";
 
-// The tables that the component writes, each with the columns that hold its keys, its own key first.
-constexpr struct {
-  const char* name;
-  std::array<std::string_view, 5> keys;
-} kWrittenTables[] = {
-    {"MACHINE_DATA",
-     {"MACHINE_DATA_ID", "JOB_DATA_START_ID", "PART_DATA_START_ID", "LOGON_DATA_START_ID",
-      "OP_DATA_START_ID"}},
-    {"DT_PER_MACHINE_DATA", {"DT_PER_MACHINE_DATA_ID", "DT_DATA_START_ID"}},
-    {"SCRAP_PER_MACHINE_DATA", {"SCRAP_PER_MACHINE_DATA_ID", "SCRAP_DATA_START_ID"}},
-    {"EVENT", {"EVENT_ID"}},
-    {"MACHINE_EVENT", {"MACHINE_EVENT_ID"}},
-    {"MDC_LOG", {"MDC_LOG_ID"}},
-    {"MACHINE", {}},
-};
-
 }  // namespace
 
 FakeHost::FakeHost() {
@@ -95,7 +77,7 @@ void Plant::Connect() {
 }
 
 void Plant::LoseLinkAtNth(int n) {
-  if (database.kind() == DatabaseKind::kSqlite) return host.watch.LoseLinkAtNth(n);
+  if (database.kind() != DatabaseKind::kPostgres) return host.watch.LoseLinkAtNth(n);
   host.watch.AtNth(n, [this] { database.EndOtherLinks(); });
 }
 
@@ -103,7 +85,7 @@ void Plant::QueueRow(std::string_view moment, int machine, int command, int time
                      std::string_view param) {
   const bool refresh = command == -1;
   const Value parameters[] = {refresh ? Value() : Value(command), machine,
-                              refresh ? Value() : Value(time_code), moment,
+                              refresh ? Value() : Value(time_code), *DateTime::Parse(moment),
                               param.empty() ? Value() : Value(param)};
   db.ExecuteDirect(
       "insert into T_SFC_MDC_LOG (COMMAND_ID, DEPT_ID, LOCATION_ID, GROUP_ID, MACHINE_ID, COMMAND_TIME_CODE, "
@@ -148,7 +130,7 @@ void Plant::ProcessAll() {
 }
 
 std::string Plant::Query(std::string_view sql) {
-  const Rows rows = db.ExecuteDirect(sql);
+  const Rows rows = database.Run(sql);
   std::string text;
   for (std::size_t i = 0; i < rows.values.size(); ++i) {
     if (i > 0) text += i % rows.columns.size() == 0 ? ';' : '|';
@@ -157,19 +139,17 @@ std::string Plant::Query(std::string_view sql) {
   return text;
 }
 
-double Plant::Number(std::string_view sql) { return db.ExecuteDirect(sql).at(0, 0).ToDoubleOr(0); }
+double Plant::Number(std::string_view sql) { return database.Run(sql).at(0, 0).ToDoubleOr(0); }
 
 std::string Plant::Snapshot() {
   std::map<std::pair<std::string_view, std::string>, std::size_t> places;  // of a key column's value
   std::string text;
   for (const auto& table : kWrittenTables) {
-    const Rows rows = db.ExecuteDirect(Concat("select * from T_SFC_", table.name, " order by 1"));
+    const Rows rows = database.Run(Concat("select * from T_SFC_", table.name, " order by 1"));
     std::vector<std::string_view> key_of_column;
     for (const std::string& column : rows.columns) {
-      const auto owner = std::ranges::find_if(kWrittenTables, [&](const auto& other) {
-        return std::ranges::any_of(other.keys, [&](auto key) { return EqualsIgnoringCase(key, column); });
-      });
-      key_of_column.push_back(owner == std::end(kWrittenTables) ? std::string_view() : owner->keys[0]);
+      const WrittenTable* const owner = OwnerOfKey(column);
+      key_of_column.push_back(owner == nullptr ? std::string_view() : owner->keys[0]);
     }
     Append(text, table.name, ":\n");
     for (std::size_t row = 0; row < rows.count(); ++row) {

@@ -58,7 +58,7 @@ class Plant {
   // Rows as "a|b;c|d", NULL as "-".
   std::string Query(std::string_view sql);
   double Number(std::string_view sql);
-  void Execute(std::string_view sql) { db.ExecuteDirect(sql); }
+  void Execute(std::string_view sql) { database.Run(sql); }
   // Every row of every table that the component writes. The keys that the database gave are shown by their
   // place among the table's rows: a server's counters keep gaps from what was rolled back.
   std::string Snapshot();

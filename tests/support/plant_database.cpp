@@ -4,11 +4,13 @@
 
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <stdexcept>
 
 #include "database/sql_script.h"
 #include "database/text.h"
+#include "session/session.h"
 
 namespace kx::test {
 namespace {
@@ -70,11 +72,37 @@ create or replace function julianday(timestamp) returns double precision immutab
 
 }  // namespace
 
+namespace {
+
+std::string Environment(const char* name, const char* if_missing) {
+  const char* const value = getenv(name);
+  return value == nullptr ? if_missing : value;
+}
+
+std::string TestedName() { return Environment("KXDATA7_TEST_DATABASE", "sqlite"); }
+
+std::string SchemaText(const char* file) {
+  std::ifstream schema(std::string(KXDATA7_SCHEMA_FOLDER) + file);
+  return {std::istreambuf_iterator<char>(schema), {}};
+}
+
+}  // namespace
+
 DatabaseKind TestedDatabase() {
-  const char* const name = getenv("KXDATA7_TEST_DATABASE");
-  if (name == nullptr || name == std::string_view("sqlite")) return DatabaseKind::kSqlite;
-  if (name == std::string_view("postgresql")) return DatabaseKind::kPostgres;
+  const std::string name = TestedName();
+  if (name == "sqlite") return DatabaseKind::kSqlite;
+  if (name == "postgresql") return DatabaseKind::kPostgres;
+  if (name.find('=') != std::string::npos) return DatabaseKind::kGiven;
   throw std::runtime_error(Concat("KXDATA7_TEST_DATABASE names no database: ", name));
+}
+
+std::vector<int> TestedTypes() {
+  if (TestedDatabase() != DatabaseKind::kGiven) return {0, 1, 2};
+  const std::string dialect = Environment("KXDATA7_TEST_DIALECT", "");
+  const std::map<std::string, int> types = {{"oracle", 0}, {"access", 1}, {"sqlserver", 2}};
+  if (!types.contains(dialect))
+    throw std::runtime_error("KXDATA7_TEST_DIALECT is to say oracle, access or sqlserver");
+  return {types.at(dialect)};
 }
 
 PostgresServer& TestServer(bool durable) {
@@ -95,10 +123,15 @@ PlantDatabase::PlantDatabase(DatabaseKind kind) : kind_(kind) {
     if (!free.empty()) free.pop_back();
   }
   OpenLink();
+  if (kind == DatabaseKind::kGiven) {
+    const bool identity_insert = link.target() == SqlTarget::kNative && TestedTypes().front() == 2;
+    mirror_.emplace(link, SchemaText("/sqlite.sql"), identity_insert);
+    mirror_->Empty();
+    return;
+  }
   link.Begin();
   for (const std::string& table : Tables()) link.ExecuteDirect("drop table " + table);
-  std::ifstream schema(std::string(KXDATA7_SCHEMA_FOLDER) + SqlOf(kind).schema_file);
-  RunScript(std::string(std::istreambuf_iterator<char>(schema), {}));
+  RunScript(SchemaText(SqlOf(kind).schema_file));
   if (kind == DatabaseKind::kPostgres) {
     RunScript(kPostgresFunctions);
     link.ExecuteDirect("grant select, insert, update, delete on all tables in schema public to terminal");
@@ -111,22 +144,30 @@ PlantDatabase::~PlantDatabase() {
 }
 
 void PlantDatabase::OpenLink() {
-  link.Open(kind_ == DatabaseKind::kPostgres ? TestServer().ConnectionString(server_database_)
-                                             : connection_string() + ";Mode=ReadWriteCreate");
+  if (kind_ == DatabaseKind::kPostgres) return link.Open(TestServer().ConnectionString(server_database_));
+  link.Open(connection_string() + (kind_ == DatabaseKind::kSqlite ? ";Mode=ReadWriteCreate" : ""));
 }
 
 std::string PlantDatabase::connection_string() const {
+  if (kind_ == DatabaseKind::kGiven) return TestedName();
   if (kind_ == DatabaseKind::kPostgres) return TestServer().ConnectionString(server_database_, "terminal");
   return "Provider=SQLite;Synchronous=Normal;Data Source=" + file();
 }
 
 std::vector<std::string> PlantDatabase::Tables() {
+  if (mirror_) return mirror_->tables();
   std::vector<std::string> names;
   for (const Value& name : link.ExecuteDirect(SqlOf(kind_).tables).values) names.push_back(name.ToText());
   return names;
 }
 
-std::string PlantDatabase::Now() { return link.ExecuteDirect(SqlOf(kind_).now).at(0, 0).ToText(); }
+DateTime PlantDatabase::Now() {
+  if (kind_ != DatabaseKind::kGiven) return link.ExecuteDirect(SqlOf(kind_).now).at(0, 0).ToDateTime();
+  Session session;
+  session.database_type = static_cast<DatabaseType>(TestedTypes().front());
+  session.connection.Open(connection_string());
+  return GetServerTime(session);
+}
 
 void PlantDatabase::EndOtherLinks() {
   link.ExecuteDirect(
@@ -135,8 +176,12 @@ void PlantDatabase::EndOtherLinks() {
       "!= pg_backend_pid()");
 }
 
+Rows PlantDatabase::Run(std::string_view sql) {
+  return mirror_ ? mirror_->Run(sql) : link.ExecuteDirect(sql);
+}
+
 void PlantDatabase::RunScript(std::string_view statements) {
-  for (const std::string& statement : SplitStatements(statements)) link.ExecuteDirect(statement);
+  for (const std::string& statement : SplitStatements(statements)) Run(statement);
 }
 
 // A server gets them in one round trip.
@@ -163,6 +208,7 @@ void PlantDatabase::CopyTables(std::string_view from, std::string_view to, std::
 }
 
 void PlantDatabase::Save() {
+  if (mirror_) return mirror_->Save();
   const EngineSql& sql = SqlOf(kind_);
   if (saved_tables_.empty()) {
     saved_tables_ = Tables();
@@ -178,6 +224,9 @@ void PlantDatabase::Save() {
              {"delete from saved.KEY_COUNTERS", Concat("insert into saved.KEY_COUNTERS ", sql.key_counters)});
 }
 
-void PlantDatabase::Restore() { CopyTables("saved", SqlOf(kind_).live, SqlOf(kind_).restore_key_counters); }
+void PlantDatabase::Restore() {
+  if (mirror_) return mirror_->Restore();
+  CopyTables("saved", SqlOf(kind_).live, SqlOf(kind_).restore_key_counters);
+}
 
 }  // namespace kx::test

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -7,14 +8,18 @@
 #include "database/connection.h"
 #include "plant/temporary_folder.h"
 #include "tests/support/postgres_server.h"
+#include "tests/support/table_mirror.h"
 
 namespace kx::test {
 
-enum class DatabaseKind { kSqlite, kPostgres };
+// kGiven: any database that has the plant's tables, by its connection string.
+enum class DatabaseKind { kSqlite, kPostgres, kGiven };
 
-// What this run of the test program is about: PostgreSQL when the environment says
-// KXDATA7_TEST_DATABASE=postgresql, SQLite otherwise.
+// What this run of the test program is about, as KXDATA7_TEST_DATABASE in the environment says: "postgresql",
+// a connection string, or SQLite.
 DatabaseKind TestedDatabase();
+// The database types that it is tried with: all, and on a given one that of KXDATA7_TEST_DIALECT.
+std::vector<int> TestedTypes();
 
 // The server of this test program, started when it is asked for first, which then says whether commits wait
 // for the disk.
@@ -37,10 +42,12 @@ class PlantDatabase {
   std::string file() const { return (folder_.path() / "plant.db").string(); }  // of SQLite
   const std::string& server_database() const { return server_database_; }      // of PostgreSQL
   std::vector<std::string> Tables();
-  std::string Now();  // the database's clock
+  DateTime Now();  // the database's clock
   // The server ends every link to the plant but the test's own, and what is done over it.
   void EndOtherLinks();
 
+  // Runs one statement of the tests' own SQL, which is SQLite's, or for a lock PostgreSQL's.
+  Rows Run(std::string_view sql);
   void RunScript(std::string_view statements);
   // Puts rows and key counters of all tables aside, and back as they were then.
   void Save();
@@ -56,6 +63,7 @@ class PlantDatabase {
   TemporaryFolder folder_;
   std::string server_database_;
   std::vector<std::string> saved_tables_;
+  std::optional<TableMirror> mirror_;  // of a given database
 };
 
 }  // namespace kx::test
