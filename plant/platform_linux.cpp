@@ -21,6 +21,8 @@ void SyncFolder(const std::filesystem::path& folder) {
   close(descriptor);
 }
 
+bool IsOutputATerminal() { return isatty(STDOUT_FILENO) != 0; }
+
 bool IsErrorATerminal() { return isatty(STDERR_FILENO) != 0; }
 
 }  // namespace kx::tool

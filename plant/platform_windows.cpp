@@ -30,6 +30,8 @@ bool ToLocalTime(std::time_t moment, std::tm& local) { return localtime_s(&local
 
 void SyncFolder(const std::filesystem::path&) {}
 
+bool IsOutputATerminal() { return _isatty(_fileno(stdout)) != 0; }
+
 bool IsErrorATerminal() { return _isatty(_fileno(stderr)) != 0; }
 
 }  // namespace kx::tool

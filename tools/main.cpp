@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <exception>
 #include <iostream>
+#include <optional>
 
 #include "plant/platform.h"
 #include "tools/command_line.h"
+#include "views/terminal.h"
 
 namespace {
 
@@ -23,6 +25,9 @@ int Run(std::vector<std::string> arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  const kx::tool::TerminalStream error_output(std::cerr);
+  std::optional<kx::tool::TerminalStream> output;
+  if (kx::tool::IsOutputATerminal()) output.emplace(std::cout);
   try {
     return Run(kx::tool::Arguments(argc, argv));
   } catch (const std::exception& error) {

@@ -6,6 +6,7 @@
 #include <ostream>
 
 #include "database/text.h"
+#include "views/terminal.h"
 #include "views/words.h"
 
 namespace kx::tool {
@@ -26,8 +27,7 @@ std::string CellText(const Value& value, bool csv) {
   if (const auto* number = std::get_if<double>(&value.data())) return FloatText(*number, csv);
   std::string text = value.ToText();
   if (!csv) {
-    const auto is_control = [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; };
-    std::ranges::replace_if(text, is_control, ' ');
+    text = ShownText(text);
   } else if (text.find_first_of(",\"\r\n") != std::string::npos) {
     std::string quoted = "\"";
     for (const char c : text) quoted.append(c == '"' ? 2 : 1, c);
