@@ -2,18 +2,25 @@
 file(GLOB tool_sources CONFIGURE_DEPENDS plant/*.cpp inputs/*.cpp views/*.cpp tools/*.cpp)
 list(REMOVE_ITEM tool_sources ${PROJECT_SOURCE_DIR}/tools/main.cpp)
 list(FILTER tool_sources EXCLUDE REGEX ${other_system})
-add_library(kxdata7_tool STATIC ${tool_sources} ${PROJECT_BINARY_DIR}/schema_sql.cpp)
+add_library(kxdata7_tool STATIC ${tool_sources} ${PROJECT_BINARY_DIR}/schema_sql.cpp
+            ${PROJECT_BINARY_DIR}/assets.cpp)
 target_include_directories(kxdata7_tool PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 target_link_libraries(kxdata7_tool PUBLIC kxdata7_database kxdata7_system)
 
-# The schema files go into the tool, so that it creates plants wherever it stands.
+# Files that go into the tool, so that it needs none beside it.
+set(embed_files ${PROJECT_SOURCE_DIR}/cmake/EmbedFiles.cmake)
+function(embed output header function)
+  add_custom_command(
+    OUTPUT ${PROJECT_BINARY_DIR}/${output}
+    COMMAND ${CMAKE_COMMAND} -DOUTPUT=${PROJECT_BINARY_DIR}/${output} -DHEADER=${header} -DFUNCTION=${function}
+            "-DFILES=${ARGN}" -P ${embed_files}
+    DEPENDS ${ARGN} ${embed_files}
+    VERBATIM)
+endfunction()
 file(GLOB schema_files CONFIGURE_DEPENDS schema/*.sql)
-set(embed_schema ${PROJECT_SOURCE_DIR}/cmake/EmbedSchema.cmake)
-add_custom_command(
-  OUTPUT ${PROJECT_BINARY_DIR}/schema_sql.cpp
-  COMMAND ${CMAKE_COMMAND} -DOUTPUT=${PROJECT_BINARY_DIR}/schema_sql.cpp -P ${embed_schema} ${schema_files}
-  DEPENDS ${schema_files} ${embed_schema}
-  VERBATIM)
+embed(schema_sql.cpp plant/schema_sql.h SchemaSql ${schema_files})
+file(GLOB assets CONFIGURE_DEPENDS views/assets/*)
+embed(assets.cpp views/assets.h Asset ${assets})
 
 # CLI11 is headers alone. Its folder on a build machine is full of that system's own, which a cross compiler must not see.
 add_library(kxdata7_cli INTERFACE)
