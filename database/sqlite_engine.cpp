@@ -44,6 +44,8 @@ Options ParseOptions(const ConnectionString& connection_string) {
     } else if (entry.keyword == "mode") {
       if (EqualsIgnoringCase(entry.value, "ReadWriteCreate")) {
         options.open_flags |= SQLITE_OPEN_CREATE;
+      } else if (EqualsIgnoringCase(entry.value, "ReadOnly")) {
+        options.open_flags = SQLITE_OPEN_READONLY;
       } else if (!EqualsIgnoringCase(entry.value, "ReadWrite")) {
         ThrowBadValue(entry);
       }
@@ -99,7 +101,7 @@ class SqliteEngine final : public Engine {
     if (result != SQLITE_OK) Throw(result, {}, "cannot open \"" + options.file + "\": ");
     sqlite3_busy_handler(handle, &SqliteEngine::OnBusy, this);
     try {
-      Execute("PRAGMA journal_mode = WAL", {});
+      if ((options.open_flags & SQLITE_OPEN_READONLY) == 0) Execute("PRAGMA journal_mode = WAL", {});
       Execute(options.synchronous, {});
     } catch (const DatabaseError& error) {
       throw DatabaseError("cannot open \"" + options.file + "\": " + error.description(), error.category(),

@@ -78,7 +78,8 @@ std::string PlantConnectionString(std::string_view plant, OpenMode mode) {
   const bool is_file =
       plant.find('=') == std::string_view::npos || std::filesystem::exists(ToPath(plant), ignored);
   std::string text = is_file ? "Provider=SQLite;Data Source=" + Quoted(plant) : std::string(plant);
-  return mode == OpenMode::kCreate ? WithSqliteKeyword(std::move(text), "Mode", "ReadWriteCreate") : text;
+  if (mode == OpenMode::kExisting) return text;
+  return WithSqliteKeyword(std::move(text), "Mode", mode == OpenMode::kCreate ? "ReadWriteCreate" : "ReadOnly");
 }
 
 // A command waits for a processor that is at work rather than fail.
@@ -86,6 +87,8 @@ Plant::Plant(const PlantOptions& options, OpenMode mode) : by_dnc_(options.by_dn
   db.Open(WithSqliteKeyword(PlantConnectionString(options.plant, mode), "Busy Timeout",
                             std::to_string(kWaitOutsideTransaction.count())));
   RequireKnownVersion(*this);
+  if (mode == OpenMode::kReadOnly && db.target() == SqlTarget::kPostgres)
+    Run("set default_transaction_read_only = on");
 }
 
 std::int32_t Plant::FindId(std::string_view table, std::int32_t number) {

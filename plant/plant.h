@@ -29,7 +29,7 @@ struct PlantOptions {
   bool by_dnc = false;  // numbers are those of the DNC system, not internal ids
 };
 
-enum class OpenMode { kExisting, kCreate };
+enum class OpenMode { kExisting, kCreate, kReadOnly };
 
 // The connection string of a plant given as a file name or as a connection string.
 std::string PlantConnectionString(std::string_view plant, OpenMode mode = OpenMode::kExisting);

@@ -45,6 +45,7 @@ CommandLine::CommandLine() {
   AddQueueCommands(*this);
   AddViewCommands(*this);
   AddLifeCommands(*this);
+  AddReportCommands(*this);
 }
 
 CLI::App* CommandLine::Command(CLI::App& parent, const char* name, const char* description,

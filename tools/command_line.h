@@ -32,6 +32,7 @@ void AddProcessCommands(CommandLine& line);
 void AddQueueCommands(CommandLine& line);
 void AddViewCommands(CommandLine& line);
 void AddLifeCommands(CommandLine& line);
+void AddReportCommands(CommandLine& line);
 
 CLI::Option* AddCsvFlag(CLI::App& listing, bool& csv);
 

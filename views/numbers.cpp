@@ -21,11 +21,11 @@ Condition InScope(const Scope& scope, DateTime first, DateTime last) {
   Condition condition{" where d.CHART_DATE >= ? and d.CHART_DATE < ?", {first, last.AddDays(1)}};
   if (scope.machine) {
     condition.sql += " and d.MACHINE_ID + 0 = ?";
-    condition.parameters.push_back(*scope.machine);
+    condition.parameters.emplace_back(*scope.machine);
   }
   if (scope.range.shift_id) {
     condition.sql += " and d.SHIFT_ID + 0 = ?";
-    condition.parameters.push_back(*scope.range.shift_id);
+    condition.parameters.emplace_back(*scope.range.shift_id);
   }
   return condition;
 }

@@ -101,6 +101,13 @@ std::string Range::Title() const {
   return last == first ? title : Concat(title, " – ", DayText(last));
 }
 
+std::string Range::Times() const {
+  if (first != last) return "";
+  const DateTime midnight = first.AddDays(1);
+  return Concat(ClockText(from), "–", to == midnight ? "24:00" : ClockText(to),
+                to > midnight ? " on the next day" : "");
+}
+
 Range MakeRange(const Calendar& calendar, DateTime first, DateTime last,
                 std::optional<std::int32_t> shift_id) {
   Range range{first.Date(), last.Date(), shift_id, shift_id ? calendar.NameOf(*shift_id) : "", {}, {}};
@@ -143,6 +150,8 @@ std::optional<Range> NamedRange(const Calendar& calendar, std::string_view name,
   }
   return std::nullopt;
 }
+
+std::string RangeNames() { return "shift, last (the shift before), today, yesterday, week, lastweek"; }
 
 std::optional<Range> RangeBefore(const Calendar& calendar, const Range& range) {
   if (range.IsOneShift()) {

@@ -56,6 +56,7 @@ struct Range {
 
   bool IsOneShift() const { return shift_id && first == last; }
   std::string Title() const;  // "Late shift, Monday 12 January 2026"
+  std::string Times() const;  // "14:00–22:00"; empty for several days
 };
 
 // The most days that one report sums.
@@ -68,6 +69,7 @@ Range RangeOf(const ShiftTime& shift);
 // A range by its name as seen at `now`: shift (the day when none is in force), last, today, yesterday, week,
 // lastweek; nothing for another name.
 std::optional<Range> NamedRange(const Calendar& calendar, std::string_view name, DateTime now);
+std::string RangeNames();  // for a help text
 // The one before of the same kind: the shift that ended before, or as many days.
 std::optional<Range> RangeBefore(const Calendar& calendar, const Range& range);
 

@@ -7,6 +7,8 @@
 
 #include "database/text.h"
 #include "plant/events.h"
+#include "plant/platform.h"
+#include "plant/schema_version.h"
 #include "views/timeline.h"
 #include "views/words.h"
 
@@ -39,15 +41,15 @@ Value TextOr(const std::string& text, std::string_view none, bool words) {
 void AddSums(std::vector<Value>& row, const Sums& sums, bool words) {
   row.insert(row.end(), {sums.good, sums.scrapped});
   const auto percent = [&](std::optional<double> number) {
-    row.push_back(!words ? OneDecimal(number) : number ? Value(Fixed(*number, 1)) : Value("–"));
+    row.emplace_back(!words ? OneDecimal(number) : number ? Value(Fixed(*number, 1)) : Value("–"));
   };
   percent(sums.Quality());
   for (const std::int64_t seconds :
        {sums.cycle, sums.setup, sums.teardown, sums.downtime, sums.idle, sums.NotBooked(), sums.covered})
-    row.push_back(words ? Value(HourMinuteText(seconds)) : Value(seconds));
+    row.emplace_back(words ? Value(HourMinuteText(seconds)) : Value(seconds));
   percent(sums.CycleShare());
   row.insert(row.end(), {sums.finished, sums.unfinished});
-  row.push_back(words ? Value(sums.running ? "running" : "") : Value(sums.running ? 1 : 0));
+  row.emplace_back(words ? Value(sums.running ? "running" : "") : Value(sums.running ? 1 : 0));
 }
 
 std::vector<std::string> SumTitles(std::vector<std::string> titles, bool words) {
@@ -62,7 +64,7 @@ std::vector<std::string> SumTitles(std::vector<std::string> titles, bool words) 
 std::string AboutText(const Report& report) {
   const Range& range = report.scope.range;
   std::string text = Concat(report.plant_name, ": ", range.Title());
-  if (range.first == range.last) Append(text, ", ", ClockText(range.from), "–", ClockText(range.to));
+  if (const std::string times = range.Times(); !times.empty()) Append(text, ", ", times);
   return text + ". Times in h:min, plant time.";
 }
 
@@ -205,14 +207,10 @@ void PrintEvents(const Report& report, Format format, std::ostream& output) {
   if (format == Format::kJson) output << '\n';
 }
 
-std::string PlantName(Plant& plant, std::string_view fallback) {
-  try {
-    const Rows rows = plant.Run("select SETTING_VALUE from T_SFC_SETTING where SETTING_NAME = 'plant_name'");
-    if (rows.count() != 0 && !rows.at(0, 0).IsNull()) return rows.at(0, 0).ToText();
-  } catch (const DatabaseError& error) {
-    if (!IsMissingTable(error)) throw;
-  }
-  return std::string(fallback);
+std::string PlantName(Plant& plant, std::string_view source) {
+  const std::string own =
+      source.find('=') == std::string_view::npos ? ToText(ToPath(source).stem()) : "Plant";
+  return ReadSetting(plant, "plant_name").value_or(own);
 }
 
 }  // namespace kx::tool

@@ -35,7 +35,7 @@ void PrintEvents(const Report& report, Format format, std::ostream& output);
 inline constexpr std::int64_t kMostPageDays = 35;
 std::string ReportPage(const Report& report, bool links = false);
 
-// The plant's name as it is kept there, else `fallback`.
-std::string PlantName(Plant& plant, std::string_view fallback);
+// The plant's name as it is kept there, else that of its file `source`, never a connection string.
+std::string PlantName(Plant& plant, std::string_view source);
 
 }  // namespace kx::tool

@@ -159,13 +159,8 @@ std::string Page::Head() const {
   for (const MachineRow& machine : data_.machines) {
     if (SumsOf(machine.id).running) running.push_back(machine.id);
   }
-  std::string about;
-  if (range_.first == range_.last) {
-    const bool next_day = range_.to.Date() > range_.first && range_.to > range_.first.AddDays(1);
-    about = Concat(ClockText(range_.from), "–",
-                   range_.to == range_.first.AddDays(1) ? "24:00" : ClockText(range_.to),
-                   next_day ? " on the next day" : "", " · ");
-  }
+  std::string about = range_.Times();
+  if (!about.empty()) about += " · ";
   if (!IsOver() && report_.scope.now > range_.from)
     Append(about, "until ", report_.scope.now.Format("hh:mm"), " · ");
   about += Counted(static_cast<std::int64_t>(data_.machines.size()), "machine");
@@ -272,7 +267,7 @@ std::string Page::DowntimeNames(const std::vector<Segment>& segments) const {
   std::vector<std::pair<double, double>> taken;
   std::string html;
   for (const Segment* down : downs) {
-    const std::string name = Concat(down->reason.Text(), ", ", DurationText(CutToMinute(length(down))));
+    const std::string name = Concat(down->reason.Text(), ", ", DurationText(length(down)));
     double x = axis_.At(down->start);
     const double width = kLetter * static_cast<double>(name.size());
     const bool at_end = x + width > 100;

@@ -5,12 +5,15 @@
 
 #include "database/numeric_text.h"
 #include "database/text.h"
+#include "kxdata7/events.h"
 
 namespace kx::tool {
 namespace {
 
-constexpr std::int32_t kSetup = 8, kCycle = 9, kTeardown = 10, kGoodParts = 13;
-constexpr std::array kDrawn = {kSetup, kCycle, kTeardown, kGoodParts};
+namespace command_type = kxdata7::command_type;
+
+constexpr std::array kDrawn = {command_type::kSetup, command_type::kCycle, command_type::kTeardown,
+                               command_type::kGoodPartCount};
 
 struct Span {
   DateTime start, stop;
@@ -46,7 +49,9 @@ std::vector<Span> Merged(std::vector<Span> spans) {
 }
 
 State StateOf(std::int32_t type_code) {
-  return type_code == kSetup ? State::kSetup : type_code == kTeardown ? State::kTeardown : State::kCycle;
+  return type_code == command_type::kSetup      ? State::kSetup
+         : type_code == command_type::kTeardown ? State::kTeardown
+                                                : State::kCycle;
 }
 
 // How many parts a good count's event booked.
@@ -125,8 +130,8 @@ std::vector<EventRow> ReadEvents(Plant& plant, std::optional<std::int32_t> machi
             "b.COMMAND_ID = c.COMMAND_ID and b.START_TIME < ?), ?)"
           : "?";
   std::vector<Value> parameters(reach_in ? 2 : 1, from);
-  parameters.push_back(to);
-  if (machine) parameters.push_back(*machine);
+  parameters.emplace_back(to);
+  if (machine) parameters.emplace_back(*machine);
   const Rows rows = plant.db.ExecuteDirect(
       Concat("select e.EVENT_ID, e.MACHINE_ID, c.COMMAND_TYPE_CODE, c.COMMAND_ID, e.START_TIME, e.STOP_TIME, "
              "e.PARAM1 from T_SFC_MACHINE m cross join T_SFC_COMMAND c cross join T_SFC_EVENT e "
@@ -170,7 +175,7 @@ std::map<std::int32_t, Timeline> ReadTimelines(Plant& plant, const Scope& scope,
   const std::vector<EventRow> events = ReadEvents(plant, scope.machine, from, until, true, kDrawn);
   for (std::size_t i = 0; i < events.size(); ++i) {
     const EventRow& event = events[i];
-    if (event.type_code == kGoodParts) {
+    if (event.type_code == command_type::kGoodPartCount) {
       if (event.start >= from)
         timelines[event.machine_id].good.push_back({event.start, PartsOf(event.param)});
       continue;
@@ -179,7 +184,7 @@ std::map<std::int32_t, Timeline> ReadTimelines(Plant& plant, const Scope& scope,
     DateTime stop = event.stop.value_or(until);
     for (std::size_t next = i + 1; !event.stop && next < events.size(); ++next) {
       if (events[next].machine_id != event.machine_id) break;
-      if (events[next].type_code == kGoodParts) continue;
+      if (events[next].type_code == command_type::kGoodPartCount) continue;
       stop = events[next].start;
       break;
     }
