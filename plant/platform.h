@@ -28,6 +28,8 @@ bool ToLocalTime(std::time_t moment, std::tm& local);
 // Makes the names of the files in a folder survive a loss of power, where a system leaves that to programs.
 void SyncFolder(const std::filesystem::path& folder);
 
+std::string ProcessName();  // "process 4711 on hall-2"
+
 bool IsOutputATerminal();
 bool IsErrorATerminal();  // the standard error
 

@@ -21,6 +21,12 @@ void SyncFolder(const std::filesystem::path& folder) {
   close(descriptor);
 }
 
+std::string ProcessName() {
+  char host[256] = "";
+  gethostname(host, sizeof host - 1);
+  return "process " + std::to_string(getpid()) + " on " + host;
+}
+
 bool IsOutputATerminal() { return isatty(STDOUT_FILENO) != 0; }
 
 bool IsErrorATerminal() { return isatty(STDERR_FILENO) != 0; }

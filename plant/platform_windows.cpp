@@ -30,6 +30,13 @@ bool ToLocalTime(std::time_t moment, std::tm& local) { return localtime_s(&local
 
 void SyncFolder(const std::filesystem::path&) {}
 
+std::string ProcessName() {
+  wchar_t host[256] = L"";
+  DWORD length = 256;
+  GetComputerNameW(host, &length);
+  return "process " + std::to_string(GetCurrentProcessId()) + " on " + kxdata7::ToUtf8(host);
+}
+
 bool IsOutputATerminal() { return _isatty(_fileno(stdout)) != 0; }
 
 bool IsErrorATerminal() { return _isatty(_fileno(stderr)) != 0; }

@@ -26,9 +26,6 @@ constexpr std::array kSteps = {
 };
 static_assert(kSteps.back().version == kSchemaVersion);
 
-// An account that may not read the settings works with a plant of any version.
-bool IsMissingRight(const DatabaseError& error) { return error.sqlstate() == "42501"; }
-
 // The columns of a table as the database has them; nothing when there is no such table.
 std::optional<ColumnNames> ColumnsOf(Plant& plant, const std::string& table) {
   try {
@@ -40,23 +37,6 @@ std::optional<ColumnNames> ColumnsOf(Plant& plant, const std::string& table) {
 }
 
 }  // namespace
-
-std::optional<std::string> ReadSetting(Plant& plant, std::string_view name) {
-  try {
-    const Rows rows = plant.Run("select SETTING_VALUE from T_SFC_SETTING where SETTING_NAME = ?", {name});
-    if (rows.count() == 0 || rows.at(0, 0).IsNull()) return std::nullopt;
-    return rows.at(0, 0).ToText();
-  } catch (const DatabaseError& error) {
-    if (!IsMissingTable(error) && !IsMissingRight(error)) throw;
-    return std::nullopt;
-  }
-}
-
-void WriteSetting(Plant& plant, std::string_view name, std::string_view value) {
-  if (plant.Run("update T_SFC_SETTING set SETTING_VALUE = ? where SETTING_NAME = ?", {value, name})
-          .affected == 0)
-    plant.Run("insert into T_SFC_SETTING (SETTING_NAME, SETTING_VALUE) values (?, ?)", {name, value});
-}
 
 std::int32_t ReadSchemaVersion(Plant& plant) {
   const auto version = ReadSetting(plant, kVersionSetting);

@@ -1,22 +1,17 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "plant/plant.h"
+#include "plant/setting.h"
 
 namespace kx::tool {
 
 // The version of the tables that these programs know. 1: the component's tables; 2: the programs' own, too.
 // The component runs on every version.
 inline constexpr std::int32_t kSchemaVersion = 2;
-
-// A setting of the plant as a whole; nothing when it is not there, or its table is not.
-std::optional<std::string> ReadSetting(Plant& plant, std::string_view name);
-void WriteSetting(Plant& plant, std::string_view name, std::string_view value);
 
 // The plant's version: 1 when it names none.
 std::int32_t ReadSchemaVersion(Plant& plant);

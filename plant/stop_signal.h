@@ -19,6 +19,7 @@ class StopSignal {
   StopSignal& operator=(const StopSignal&) = delete;
 
   bool requested() const;
+  bool reopen_requested() const;
   // Whether HUP came since the last call, where it reopens.
   bool TakeReopen();
   // Returns after `limit`, or earlier: once a stop is asked for, or HUP came. True: a stop is asked for. Any

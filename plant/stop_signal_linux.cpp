@@ -21,7 +21,7 @@ constexpr std::array kSignals = {SIGTERM, SIGINT, SIGHUP};
 // What the handler reaches. The descriptors stay open to the end of the program.
 std::atomic<bool> stop_requested;
 std::atomic<std::int64_t> requested_at;  // milliseconds of a clock that only runs forward
-std::atomic<bool> reopen_requested;
+std::atomic<bool> hung_up;
 int stop_event = -1;
 int reopen_event = -1;
 std::array<struct sigaction, kSignals.size()> previous;
@@ -50,7 +50,7 @@ void OnStop(int signal) {
 
 void OnHangup(int) {
   const int error = errno;
-  reopen_requested = true;
+  hung_up = true;
   Wake(reopen_event);
   errno = error;
 }
@@ -69,7 +69,7 @@ StopSignal::StopSignal(Hangup hangup) {
     action.sa_flags = SA_RESTART;
     sigaction(kSignals[i], nullptr, &previous[i]);
     // Who starts a program with a signal ignored, as nohup does, means it.
-    if (previous[i].sa_handler != SIG_IGN) sigaction(kSignals[i], &action, nullptr);
+    if (reopens || previous[i].sa_handler != SIG_IGN) sigaction(kSignals[i], &action, nullptr);
   }
 }
 
@@ -79,10 +79,12 @@ StopSignal::~StopSignal() {
 
 bool StopSignal::requested() const { return stop_requested; }
 
+bool StopSignal::reopen_requested() const { return hung_up; }
+
 bool StopSignal::TakeReopen() {
   std::uint64_t count = 0;
   [[maybe_unused]] const auto taken = read(reopen_event, &count, sizeof count);
-  return reopen_requested.exchange(false);
+  return hung_up.exchange(false);
 }
 
 bool StopSignal::WaitFor(milliseconds limit) const {

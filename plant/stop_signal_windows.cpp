@@ -32,6 +32,8 @@ StopSignal::~StopSignal() { SetConsoleCtrlHandler(OnStop, FALSE); }
 
 bool StopSignal::requested() const { return stop_requested; }
 
+bool StopSignal::reopen_requested() const { return false; }
+
 bool StopSignal::TakeReopen() { return false; }
 
 bool StopSignal::WaitFor(std::chrono::milliseconds limit) const {

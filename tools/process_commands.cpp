@@ -6,8 +6,12 @@
 
 #include "database/table_key.h"
 #include "plant/client.h"
+#include "plant/follower.h"
 #include "plant/platform.h"
+#include "plant/processor.h"
+#include "plant/progress.h"
 #include "plant/queue.h"
+#include "plant/stop_signal.h"
 #include "plant/temporary_folder.h"
 #include "plant/trial.h"
 #include "tools/command_line.h"
@@ -16,62 +20,25 @@
 namespace kx::tool {
 namespace {
 
-// A bar on the standard error as long as that is a terminal.
-class ProgressBar {
- public:
-  explicit ProgressBar(std::int32_t total) : total_(total), shown_(IsErrorATerminal()) {}
-  ~ProgressBar() {
-    if (shown_) std::fputs("\r\x1b[K", stderr);
-  }
-  ProgressBar(const ProgressBar&) = delete;
-  ProgressBar& operator=(const ProgressBar&) = delete;
-
-  void Show(std::int32_t done) {
-    constexpr int kWidth = 50;
-    const int filled = static_cast<int>(std::int64_t{done} * kWidth / total_);
-    if (!shown_ || filled == filled_) return;
-    filled_ = filled;
-    const std::string bar(static_cast<std::size_t>(filled), '=');
-    std::fprintf(stderr, "\r[%-*s] %d of %d", kWidth, bar.c_str(), done, total_);
-  }
-
- private:
-  std::int32_t total_;
-  bool shown_;
-  int filled_ = -1;
-};
-
-// Why the first event did not go through.
-std::string FailureText(Plant& plant, const std::string& error) {
-  std::string event = "the first event";
-  try {
-    if (const auto first = ReadQueuedEvent(plant)) event = first->Description();
-  } catch (const DatabaseError&) {
-    // What the component reported says more than a failure to read the row.
-  }
-  if (!error.empty()) return event + ": " + error;
-  return event + " was applied, but its row could not be deleted; the next run applies it again";
-}
-
-// Works off the first event or, with `all`, all that wait when it begins.
+// Works off the first event or, with `all`, all that wait when it begins; what arrives meanwhile is left to
+// the next run.
 int Process(const PlantOptions& options, bool all) {
-  Plant plant(options);
-  kxdata7::Client component = ConnectComponent(options);
-  // The events that arrive meanwhile are left to the next run. Within the count a False is a failure, unless
-  // the queue is empty because others were set aside meanwhile.
-  const std::int32_t waiting = component.Count();
-  if (waiting == 0) {
+  const StopSignal stop;
+  Processor processor(options);
+  const std::int32_t waiting = processor.component().Count();
+  const auto first = ReadQueuedEvent(processor.plant());
+  if (!first) {
     std::cout << "Nothing waits.\n";
     return 0;
   }
   const std::int32_t total = all ? waiting : 1;
-  const std::string first = all ? "" : ReadQueuedEvent(plant).value().Description();
   const auto begin = std::chrono::steady_clock::now();
   std::int32_t done = 0;
-  kxdata7::Answer answer;
+  auto outcome = Processor::Outcome::kApplied;
   {
-    ProgressBar bar(total);
-    while (done < total && (answer = component.Next())) bar.Show(++done);
+    Progress progress("events", total);
+    while (done < total && !stop.requested() && (outcome = processor.Next()) == Processor::Outcome::kApplied)
+      progress.Show(++done);
   }
   if (all) {
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
@@ -79,10 +46,15 @@ int Process(const PlantOptions& options, bool all) {
     std::snprintf(time, sizeof time, "%.1f", seconds.count());
     std::cout << "Applied " << done << " of " << waiting << " events in " << time << " s.\n";
   } else if (done == total) {
-    std::cout << "Applied " << first << ".\n";
+    std::cout << "Applied " << first->Description() << ".\n";
   }
-  if (done < total && !(answer.neither() && component.Count() == 0))
-    throw ToolError(FailureText(plant, answer.error));
+  if (outcome == Processor::Outcome::kFailed) throw ToolError(processor.FailureText());
+  if (done < total && stop.requested()) throw ToolError("stopped by a signal; the other events wait");
+  return 0;
+}
+
+int Follow(const PlantOptions& options, const FollowOptions& follow) {
+  Follower([&] { return options; }, follow, std::cout, std::cerr).Run();
   return 0;
 }
 
@@ -189,9 +161,28 @@ int Explain(const PlantOptions& options, std::optional<std::int32_t> row) {
 
 void AddProcessCommands(CommandLine& line) {
   const auto all = std::make_shared<bool>();
-  line.Command("process", "Works the first event of the queue into the records",
-               [&line, all] { return Process(line.plant, *all); })
-      ->add_flag("--all", *all, "All events that wait when it begins; it stops at one that fails");
+  const auto follow = std::make_shared<bool>();
+  const auto minutes = std::make_shared<std::optional<int>>();
+  CLI::App* const process =
+      line.Command("process", "Works the first event of the queue into the records", [=, &line] {
+        if (!*follow) return Process(line.plant, *all);
+        FollowOptions options;
+        if (*minutes) options.set_aside_after = std::chrono::minutes(**minutes);
+        return Follow(line.plant, options);
+      });
+  CLI::Option* const all_flag =
+      process->add_flag("--all", *all, "All events that wait when it begins; it stops at one that fails");
+  CLI::Option* const follow_flag = process->add_flag(
+      "--follow", *follow,
+      "Stays, and works events in as they come, until it is told to stop; closes the shifts of\n"
+      "idle machines, too. An event that fails stays first and is tried again");
+  follow_flag->excludes(all_flag);
+  process
+      ->add_option("--set-aside-after", *minutes,
+                   "With --follow: an event that has failed for so many minutes is set aside")
+      ->type_name("MINUTES")
+      ->check(CLI::Range(1, 100'000))
+      ->needs(follow_flag);
 
   const auto row = std::make_shared<std::optional<std::int32_t>>();
   line.Command("explain", "Shows what an event will change, by a trial on a copy of the plant",
