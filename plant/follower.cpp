@@ -112,11 +112,9 @@ void Follower::OnFailure() {
 bool Follower::SetFailedAside() {
   if (processor_->applied_but_queued()) return false;
   const auto event = ReadQueuedEvent(processor_->plant(), failure_.row);
-  const bool is_refresh = event && event->command_id == -1;
-  const auto limit = is_refresh
-                         ? std::min(kRefreshMayFail, options_.set_aside_after.value_or(kRefreshMayFail))
-                         : options_.set_aside_after.value_or(minutes::max());
-  if (Clock::now() - failure_.since < limit) return false;
+  auto limit = options_.set_aside_after;
+  if (event && event->command_id == -1) limit = std::min(kRefreshMayFail, limit.value_or(kRefreshMayFail));
+  if (!limit || Clock::now() - failure_.since < *limit) return false;
   try {
     if (!SetAside(processor_->plant(), failure_.row, processor_->error(),
                   ServerTime(processor_->component())))
