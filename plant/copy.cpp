@@ -79,17 +79,14 @@ std::vector<CopiedTable> PlanCopy(Plant& source, std::string_view schema, CopyRe
     present.erase(found);
     CopiedTable& copied = plan.emplace_back(CopiedTable{table.name, {}});
     const ColumnNames columns = source.Run(Concat("select * from ", table.name, " where 1 = 0")).columns;
-    for (const std::string& name : columns) {
-      const auto known = std::ranges::find_if(
-          table.columns, [&](const auto& column) { return EqualsIgnoringCase(name, column.name); });
-      if (known == table.columns.end()) {
-        result.left_out.push_back(Concat("column ", name, " of ", table.name));
-      } else {
-        copied.columns.push_back({known->name, known->definition.ends_with(" REAL")});
-      }
+    std::vector<std::string> unknown(columns.begin(), columns.end());
+    for (const ColumnSchema& column : table.columns) {
+      const auto is_column = [&](const std::string& name) { return EqualsIgnoringCase(name, column.name); };
+      if (std::erase_if(unknown, is_column) > 0)
+        copied.columns.push_back({column.name, column.definition.ends_with(" REAL")});
     }
-    std::ranges::stable_partition(
-        copied.columns, [&](const auto& column) { return column.name == table.columns.front().name; });
+    for (const std::string& name : unknown)
+      result.left_out.push_back(Concat("column ", name, " of ", table.name));
     copied.rows = CountRows(source, table.name);
     result.rows += copied.rows;
     ++result.tables;
@@ -98,8 +95,8 @@ std::vector<CopiedTable> PlanCopy(Plant& source, std::string_view schema, CopyRe
   return plan;
 }
 
-void RequireEmpty(Plant& target, const std::vector<CopiedTable>& plan) {
-  for (const CopiedTable& table : plan) {
+void RequireEmpty(Plant& target, std::string_view schema) {
+  for (const TableSchema& table : ReadSchemaTables(schema)) {
     if (std::ranges::find(kFilledByCreate, table.name) != kFilledByCreate.end()) {
       target.Run("delete from " + table.name);
     } else if (CountRows(target, table.name) > 0) {
@@ -175,9 +172,10 @@ void CopyKeyCounter(Plant& source, Plant& target, const CopiedTable& table) {
 
 }  // namespace
 
-CopyResult CopyPlant(const PlantOptions& from, const PlantOptions& to,
-                     const std::function<void(const CopyProgress&)>& progress) {
-  Plant source(from);
+CopyResult CopyPlant(
+    const PlantOptions& from, const PlantOptions& to,
+    const std::function<void(std::string_view what, std::int64_t done, std::int64_t total)>& progress) {
+  Plant source(from, OpenMode::kReadOnly);
   Plant target(to, OpenMode::kCreate);
   if (source.db.target() == SqlTarget::kNative || target.db.target() == SqlTarget::kNative)
     throw ToolError("copy knows plants on SQLite and PostgreSQL; use the database's own tools");
@@ -185,17 +183,19 @@ CopyResult CopyPlant(const PlantOptions& from, const PlantOptions& to,
   BeginSnapshot(source);
   target.db.Begin();
   BringUpToDate(target);
-  const std::vector<CopiedTable> plan = PlanCopy(source, SchemaSql(SchemaName(target, to.dialect)), result);
-  RequireEmpty(target, plan);
+  const std::string_view schema = SchemaSql(SchemaName(target, to.dialect));
+  const std::vector<CopiedTable> plan = PlanCopy(source, schema, result);
+  if (plan.empty()) throw ToolError("the database to copy from is no plant");
+  RequireEmpty(target, schema);
   std::int64_t done = 0;
-  const auto report = [&](std::string_view step, const CopiedTable& table, const Rows& rows) {
+  const auto report = [&](std::string_view what, const Rows& rows) {
     done += static_cast<std::int64_t>(rows.count());
-    progress({step, table.name, done, result.rows});
+    progress(what, done, result.rows);
   };
   for (const CopiedTable& table : plan) {
     ForEachPiece(source, table, [&](const Rows& rows) {
       Insert(target, table, rows);
-      report("copying", table, rows);
+      report("rows copied", rows);
     });
     CopyKeyCounter(source, target, table);
   }
@@ -207,7 +207,7 @@ CopyResult CopyPlant(const PlantOptions& from, const PlantOptions& to,
     ForEachPiece(source, table, [&](const Rows& rows) {
       Compare(table, rows, ReadAfter(target, table, last));
       last = std::get<std::int64_t>(rows.at(rows.count() - 1, 0).data());
-      report("comparing", table, rows);
+      report("rows compared", rows);
     });
   }
   if (const std::int32_t version = ReadSchemaVersion(source); version != kSchemaVersion) {

@@ -10,13 +10,6 @@
 
 namespace kx::tool {
 
-struct CopyProgress {
-  std::string_view step;   // "copying" or "comparing"
-  std::string_view table;  // the one at work
-  std::int64_t done;       // rows of all tables
-  std::int64_t total;
-};
-
 struct CopyResult {
   std::int64_t tables = 0;
   std::int64_t rows = 0;
@@ -28,7 +21,9 @@ struct CopyResult {
 // `from` meanwhile. All of it is one transaction of `to`, tables included: until its end nothing has changed
 // there, so that a copy which broke is simply made again. A ToolError for a target with a machine, a record
 // or anything else of its own in it.
-CopyResult CopyPlant(const PlantOptions& from, const PlantOptions& to,
-                     const std::function<void(const CopyProgress&)>& progress);
+// `progress` is told of "rows copied" and then of "rows compared".
+CopyResult CopyPlant(
+    const PlantOptions& from, const PlantOptions& to,
+    const std::function<void(std::string_view what, std::int64_t done, std::int64_t total)>& progress);
 
 }  // namespace kx::tool

@@ -76,13 +76,12 @@ void CheckOptions(Plant& plant, Findings& findings) {
 }
 
 void CheckMachines(Plant& plant, Findings& findings) {
-  const Rows rows = plant.Run(
-      "select m.MACHINE_ID, m.MACHINE_DATA_ID, "
-      "(select count(*) from T_SFC_MACHINE_DATA d where d.MACHINE_ID = m.MACHINE_ID and d.STOP_TIME is null) "
-      "as OPEN_RECORDS, "
-      "(select max(d.MACHINE_DATA_ID) from T_SFC_MACHINE_DATA d where d.MACHINE_ID = m.MACHINE_ID and "
-      "d.STOP_TIME "
-      "is null) as LAST_OPEN from T_SFC_MACHINE m order by m.MACHINE_ID");
+  const Rows rows = plant.Run(R"(
+select m.MACHINE_ID, m.MACHINE_DATA_ID,
+  (select count(*) from T_SFC_MACHINE_DATA d where d.MACHINE_ID = m.MACHINE_ID and d.STOP_TIME is null)
+    as OPEN_RECORDS,
+  (select max(MACHINE_DATA_ID) from T_SFC_MACHINE_DATA d where d.MACHINE_ID = m.MACHINE_ID
+    and d.STOP_TIME is null) as LAST_OPEN from T_SFC_MACHINE m order by m.MACHINE_ID)");
   std::size_t good = 0;
   for (std::size_t i = 0; i < rows.count(); ++i) {
     const Value& id = rows.at(i, 0);
@@ -128,16 +127,14 @@ void CheckRows(Findings& findings, const std::string& good, const Rows& rows, De
 void CheckChains(Plant& plant, Findings& findings) {
   const DateTime purged =
       DateTime::Parse(ReadSetting(plant, kPurgedBefore).value_or("")).value_or(DateTime(1, 1, 1));
-  const Rows rows = plant.Run(
-      "select MACHINE_ID, MACHINE_DATA_ID, START_TIME, ID_BEFORE, STOP_BEFORE from (select MACHINE_ID, "
-      "MACHINE_DATA_ID, START_TIME, lag(MACHINE_DATA_ID) over CHAIN as ID_BEFORE, lag(STOP_TIME) over CHAIN "
-      "as "
-      "STOP_BEFORE, lag(coalesce(CHART_DATE, START_TIME)) over CHAIN as DAY_BEFORE from T_SFC_MACHINE_DATA "
-      "where "
-      "coalesce(IS_MANUAL, 0) = 0 window CHAIN as (partition by MACHINE_ID order by MACHINE_DATA_ID)) as "
-      "LINKS where "
-      "STOP_BEFORE <> START_TIME and DAY_BEFORE >= ? order by MACHINE_DATA_ID",
-      {purged});
+  const Rows rows = plant.Run(R"(
+select MACHINE_ID, MACHINE_DATA_ID, START_TIME, ID_BEFORE, STOP_BEFORE from
+  (select MACHINE_ID, MACHINE_DATA_ID, START_TIME, lag(MACHINE_DATA_ID) over CHAIN as ID_BEFORE,
+    lag(STOP_TIME) over CHAIN as STOP_BEFORE, lag(coalesce(CHART_DATE, START_TIME)) over CHAIN as DAY_BEFORE
+    from T_SFC_MACHINE_DATA where coalesce(IS_MANUAL, 0) = 0
+    window CHAIN as (partition by MACHINE_ID order by MACHINE_DATA_ID)) as LINKS
+  where STOP_BEFORE <> START_TIME and DAY_BEFORE >= ? order by MACHINE_DATA_ID)",
+                              {purged});
   CheckRows(findings, "chains of records", rows, [&](std::size_t i) {
     const bool gap = rows.at(i, 4).ToDateTime() < rows.at(i, 2).ToDateTime();
     return Finding{
@@ -149,10 +146,9 @@ void CheckChains(Plant& plant, Findings& findings) {
 }
 
 void CheckTimes(Plant& plant, Findings& findings) {
-  const Rows rows = plant.Run(
-      "select MACHINE_DATA_ID, MACHINE_ID from T_SFC_MACHINE_DATA where STOP_TIME < START_TIME or SETUP_TIME "
-      "< 0 or "
-      "TEARDOWN_TIME < 0 or CYCLE_TIME < 0 or IDLE_TIME < 0 order by MACHINE_DATA_ID");
+  const Rows rows = plant.Run(R"(
+select MACHINE_DATA_ID, MACHINE_ID from T_SFC_MACHINE_DATA where STOP_TIME < START_TIME or SETUP_TIME < 0
+  or TEARDOWN_TIME < 0 or CYCLE_TIME < 0 or IDLE_TIME < 0 order by MACHINE_DATA_ID)");
   CheckRows(findings, "times of records", rows, [&](std::size_t i) {
     return Finding{kNote,
                    Concat("record ", rows.at(i, 0).ToText(), " of machine ", rows.at(i, 1).ToText(),
@@ -163,12 +159,10 @@ void CheckTimes(Plant& plant, Findings& findings) {
 
 // The texts that a successor of an open record takes over.
 void CheckTexts(Plant& plant, std::int32_t dialect, Findings& findings) {
-  const Rows rows = plant.Run(
-      "select MACHINE_DATA_ID, MACHINE_ID, JOB_NUMBER, PART_NUMBER, USER_NAME, OP_NUMBER from "
-      "T_SFC_MACHINE_DATA "
-      "where STOP_TIME is null and (JOB_NUMBER like '%''%' or PART_NUMBER like '%''%' or USER_NAME like "
-      "'%''%' or "
-      "OP_NUMBER like '%''%') order by MACHINE_DATA_ID");
+  const Rows rows = plant.Run(R"(
+select MACHINE_DATA_ID, MACHINE_ID, JOB_NUMBER, PART_NUMBER, USER_NAME, OP_NUMBER from T_SFC_MACHINE_DATA
+  where STOP_TIME is null and (JOB_NUMBER like '%''%' or PART_NUMBER like '%''%' or USER_NAME like '%''%'
+  or OP_NUMBER like '%''%') order by MACHINE_DATA_ID)");
   CheckRows(findings, "texts of open records", rows, [&](std::size_t i) {
     std::size_t column = 2;
     while (rows.at(i, column).ToTextOr("").find('\'') == std::string::npos) ++column;
@@ -182,10 +176,9 @@ void CheckTexts(Plant& plant, std::int32_t dialect, Findings& findings) {
 }
 
 void CheckRunningEvents(Plant& plant, Findings& findings) {
-  const Rows lost = plant.Run(
-      "select MACHINE_EVENT_ID, MACHINE_ID from T_SFC_MACHINE_EVENT r where not exists (select 1 from "
-      "T_SFC_EVENT e "
-      "where e.EVENT_ID = r.EVENT_ID) order by MACHINE_EVENT_ID");
+  const Rows lost = plant.Run(R"(
+select MACHINE_EVENT_ID, MACHINE_ID from T_SFC_MACHINE_EVENT r
+  where not exists (select 1 from T_SFC_EVENT e where e.EVENT_ID = r.EVENT_ID) order by MACHINE_EVENT_ID)");
   CheckRows(findings, "running events", lost, [&](std::size_t i) {
     const std::string row = "row " + lost.at(i, 0).ToText() + " of T_SFC_MACHINE_EVENT";
     return Finding{
@@ -193,10 +186,9 @@ void CheckRunningEvents(Plant& plant, Findings& findings) {
         Repair{
             "delete " + row, "delete from T_SFC_MACHINE_EVENT where MACHINE_EVENT_ID = ?", {lost.at(i, 0)}}};
   });
-  const Rows twice = plant.Run(
-      "select MACHINE_ID, COMMAND_ID, count(*) as N from T_SFC_MACHINE_EVENT group by MACHINE_ID, COMMAND_ID "
-      "having "
-      "count(*) > 1 order by MACHINE_ID, COMMAND_ID");
+  const Rows twice = plant.Run(R"(
+select MACHINE_ID, COMMAND_ID, count(*) as N from T_SFC_MACHINE_EVENT group by MACHINE_ID, COMMAND_ID
+  having count(*) > 1 order by MACHINE_ID, COMMAND_ID)");
   CheckRows(findings, "running events of a command", twice, [&](std::size_t i) {
     return Finding{kFailed,
                    Concat("command ", twice.at(i, 1).ToTextOr("NULL"), " runs ", twice.at(i, 2).ToText(),
@@ -204,9 +196,9 @@ void CheckRunningEvents(Plant& plant, Findings& findings) {
                           "; give all but the last event a STOP_TIME and delete their rows of "
                           "T_SFC_MACHINE_EVENT")};
   });
-  const Rows endless = plant.Run(
-      "select EVENT_ID, MACHINE_ID from T_SFC_EVENT e where STOP_TIME is null and not exists (select 1 from "
-      "T_SFC_MACHINE_EVENT r where r.EVENT_ID = e.EVENT_ID) order by EVENT_ID");
+  const Rows endless = plant.Run(R"(
+select EVENT_ID, MACHINE_ID from T_SFC_EVENT e where STOP_TIME is null
+  and not exists (select 1 from T_SFC_MACHINE_EVENT r where r.EVENT_ID = e.EVENT_ID) order by EVENT_ID)");
   CheckRows(findings, "ends of events", endless, [&](std::size_t i) {
     return Finding{kFailed, Concat("event ", endless.at(i, 0).ToText(), " of machine ",
                                    endless.at(i, 1).ToTextOr("NULL"), " never ends; give it a STOP_TIME")};

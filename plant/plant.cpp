@@ -206,6 +206,7 @@ void CreateNativeTables(Plant& plant, std::string_view schema) {
                       " (--dialect says for which database): " + error.description());
     }
   }
+  WriteSchemaVersion(plant, kSchemaVersion);
   if (adds_missing) plant.db.Commit();
 }
 

@@ -64,7 +64,7 @@ void RequireCurrentVersion(Plant& plant) {
 std::vector<std::string> BringUpToDate(Plant& plant) {
   if (plant.db.target() == SqlTarget::kNative)
     throw ToolError(
-        "there are no tables for this database here; load its file of schema/ with its own tools");
+        "the tables of this database are brought up to date by its own tools, from its file of schema/");
   const std::int32_t version = ReadSchemaVersion(plant);
   const std::string_view schema = SchemaSql(SchemaName(plant, 0));
   std::vector<std::string> done;

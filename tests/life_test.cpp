@@ -377,7 +377,11 @@ TEST_F(LifeTest, CopyThereAndBack) {
 }
 
 TEST_F(LifeTest, CopyIsWholeOrNothing) {
-  const PlantOptions& source = WorkedPlant();
+  const PlantOptions source = CopyOfWorked("source.db");
+  {
+    Plant opened(source);
+    MakeOld(opened);
+  }
   const PlantOptions target = File("target.db");
   const auto copy = [&] { CopyAll(source, target); };
   const int kills = KillAtEachStep(
@@ -390,6 +394,8 @@ TEST_F(LifeTest, CopyIsWholeOrNothing) {
         EXPECT_EQ(Faults(target), "");
         EXPECT_EQ(Number(target, "select count(*) from T_SFC_EVENT"),
                   Number(source, "select count(*) from T_SFC_EVENT"));
+        Plant opened(target);
+        EXPECT_EQ(ReadSchemaVersion(opened), kSchemaVersion);
       });
   EXPECT_GT(kills, 10);
 }

@@ -36,7 +36,7 @@ int BackUp(const PlantOptions& options, const std::string& file) {
 int Copy(const PlantOptions& from, const std::string& target) {
   PlantOptions to = from;
   to.plant = target;
-  const CopyResult result = CopyPlant(from, to, [](const CopyProgress&) {});
+  const CopyResult result = CopyPlant(from, to, [](auto, auto, auto) {});
   for (const std::string& thing : result.left_out)
     std::cout << "Left out, since no plant has it: " << thing << '\n';
   std::cout << "Copied and compared: " << result.rows << " rows of " << result.tables << " tables.\n";
@@ -53,7 +53,7 @@ int Purge(const PlantOptions& options, const Options& given) {
 }
 
 int Grants(const PlantOptions& options, const Options& given) {
-  Plant plant(options);
+  Plant plant(options, OpenMode::kReadOnly);
   for (const std::string& statement : Grants(plant, options.dialect, given.account, given.programs))
     std::cout << statement << '\n';
   return 0;
