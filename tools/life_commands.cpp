@@ -1,9 +1,11 @@
+#include <functional>
 #include <iostream>
 #include <memory>
 
 #include "plant/backup.h"
 #include "plant/copy.h"
 #include "plant/grants.h"
+#include "plant/progress.h"
 #include "plant/purge.h"
 #include "plant/schema_version.h"
 #include "tools/command_line.h"
@@ -18,6 +20,18 @@ struct Options {
   bool dry_run = false;
 };
 
+// What shows how far a work is, each of its steps by itself. What it shows goes with its last copy.
+auto ShowSteps() {
+  struct Step {
+    std::string what;
+    std::optional<Progress> progress;
+  };
+  return [step = std::make_shared<Step>()](std::string_view what, std::int64_t done, std::int64_t total) {
+    if (what != step->what) step->progress.emplace(step->what = what, total);
+    step->progress->Show(done);
+  };
+}
+
 int Upgrade(const PlantOptions& options) {
   Plant plant(options);
   const auto done = Upgrade(plant);
@@ -27,7 +41,7 @@ int Upgrade(const PlantOptions& options) {
 }
 
 int BackUp(const PlantOptions& options, const std::string& file) {
-  const BackupContent content = BackUp(options, file, [](auto, auto) {});
+  const BackupContent content = BackUp(options, file, std::bind_front(ShowSteps(), "pages"));
   std::cout << "Backed up and verified: " << content.machines << " machines, " << content.records
             << " records, " << content.events << " events that wait.\n";
   return 0;
@@ -36,7 +50,7 @@ int BackUp(const PlantOptions& options, const std::string& file) {
 int Copy(const PlantOptions& from, const std::string& target) {
   PlantOptions to = from;
   to.plant = target;
-  const CopyResult result = CopyPlant(from, to, [](auto, auto, auto) {});
+  const CopyResult result = CopyPlant(from, to, ShowSteps());
   for (const std::string& thing : result.left_out)
     std::cout << "Left out, since no plant has it: " << thing << '\n';
   std::cout << "Copied and compared: " << result.rows << " rows of " << result.tables << " tables.\n";
@@ -45,7 +59,8 @@ int Copy(const PlantOptions& from, const std::string& target) {
 
 int Purge(const PlantOptions& options, const Options& given) {
   Plant plant(options);
-  const PurgeCount count = Purge(plant, {given.before->Date(), given.dry_run}, [](auto, auto) {});
+  const PurgeCount count =
+      Purge(plant, {given.before->Date(), given.dry_run}, std::bind_front(ShowSteps(), "rows looked at"));
   std::cout << (given.dry_run ? "Would delete " : "Deleted ") << count.records << " records with "
             << count.downtimes << " downtimes and " << count.scrap << " scrap rows, and " << count.events
             << " events; " << count.kept << " records of before stay.\n";
