@@ -1,7 +1,14 @@
 # Flags of every target of the project.
 add_library(kxdata7_options INTERFACE)
 target_compile_options(kxdata7_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
-                                                 -Wnon-virtual-dtor -Woverloaded-virtual -Werror)
+                                                 -Wnon-virtual-dtor -Woverloaded-virtual)
+if(KXDATA7_WARNINGS_AS_ERRORS)
+  target_compile_options(kxdata7_options INTERFACE -Werror)
+endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # When it optimises, g++ 12 finds these in what it inlined of its own std::string and std::variant.
+  target_compile_options(kxdata7_options INTERFACE -Wno-restrict -Wno-stringop-overflow)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # A VARIANT is a union of nameless structures, as COM has it.
   target_compile_options(kxdata7_options INTERFACE -Wno-nested-anon-types)
