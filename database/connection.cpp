@@ -79,7 +79,12 @@ void Connection::Begin() {
 
 void Connection::Commit() {
   if (!in_transaction_) throw DatabaseError("No transaction is open.", ErrorCategory::kTransactionEnded);
-  ReadyEngine().Commit();
+  try {
+    ReadyEngine().Commit();
+  } catch (const DatabaseError& error) {
+    if (error.category() == ErrorCategory::kUnknownOutcome) in_transaction_ = false;
+    throw;
+  }
   in_transaction_ = false;
 }
 

@@ -52,6 +52,7 @@ class Connection {
   bool transaction_ended() const { return in_transaction_ && !engine().InTransaction(); }
 
   SqlTarget target() const { return engine().target(); }
+  std::size_t LongestText() const { return engine().LongestText(); }
 
  private:
   Engine& engine() const;

@@ -45,8 +45,21 @@ DatabaseError UnknownOutcomeError() {
       ErrorCategory::kUnknownOutcome, 0, "08007");
 }
 
-DatabaseError NulInStatementError() { return DatabaseError("The statement holds a NUL character."); }
+DatabaseError NulInStatementError() {
+  return DatabaseError("The statement holds a NUL character.", ErrorCategory::kNoStatement);
+}
 
-DatabaseError NulInTextError() { return DatabaseError("A text holds a NUL character."); }
+DatabaseError NulInTextError() {
+  return DatabaseError("A text holds a NUL character.", ErrorCategory::kNoStatement);
+}
+
+DatabaseError OpenApostropheError() {
+  return DatabaseError("Syntax error: a text in the statement has an apostrophe that is not doubled.",
+                       ErrorCategory::kNoStatement, 0, "42000");
+}
+
+DatabaseError NotOneStatementError() {
+  return DatabaseError("The text is not exactly one statement.", ErrorCategory::kNoStatement, 0, "42000");
+}
 
 }  // namespace kx

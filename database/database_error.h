@@ -10,7 +10,8 @@ enum class ErrorCategory {
   kGeneral,
   kBusy,              // another session holds what was needed; the same work can succeed later
   kTransactionEnded,  // the engine gave up the transaction by itself; only a roll back helps
-  kUnknownOutcome,    // the link went while a commit was under way: kept or not, nobody can say
+  kUnknownOutcome,    // a commit that may or may not last; while the link is there, it is done on this server
+  kNoStatement,       // a text that can never be a statement, however often it is tried
 };
 
 // The one exception for database and run-time errors. `description` is the clear text that reaches a client.
@@ -49,5 +50,7 @@ DatabaseError TransactionEndedError();
 DatabaseError UnknownOutcomeError();
 DatabaseError NulInStatementError();
 DatabaseError NulInTextError();
+DatabaseError OpenApostropheError();
+DatabaseError NotOneStatementError();
 
 }  // namespace kx

@@ -101,6 +101,9 @@ class Engine {
 
   // False once the link is known to be lost. Asks nothing of the server.
   virtual bool IsAlive() const = 0;
+
+  // How many UTF-16 units of text the engine can write everywhere that a text may have to go.
+  virtual std::size_t LongestText() const { return std::string_view::npos; }
 };
 
 using EngineOpener = std::function<std::unique_ptr<Engine>(const ConnectionString&, const Waiting&)>;

@@ -19,6 +19,8 @@ constexpr std::array kPsqlodbcAttributes = {
 constexpr std::array kSqlServerBusy = {
     1205,  // deadlock victim
     1222,  // lock wait over
+    1204,  // no room for a further lock
+    601,   // the rows moved under an unlocked read
 };
 constexpr std::array kSqlServerEnded = {
     1205,
@@ -31,18 +33,40 @@ constexpr std::array kOracleBusy = {
     54,     // NOWAIT or the wait given ran out
     60,     // deadlock; the statement alone is undone
     30006,  // the wait given ran out
+    1013,   // the statement's timeout
+    51,     // timeout on a resource
+    2049,   // timeout on a lock of a distributed transaction
 };
 constexpr std::array kOracleEnded = {
     2091,  // rolled back
 };
+constexpr std::array kOracleLost = {
+    28,    1012,                // session ended, not logged on any more
+    1033,  1034,  1089,  1090,  // the database starts, is down, or shuts down
+    1092,  2396,                // ended with the database, idle for too long
+    3113,  3114,  3135,         // end of file on the link, not connected, contact lost
+    12537, 12570, 12571,        // the same, from the network layer
+};
 
 constexpr std::array kAccessBusy = {
-    3008,  3009,        // table opened exclusively, or cannot be locked
-    3186,  3187, 3188,  // cannot save or read: locked
-    3189,  3202,        // table exclusively locked; cannot save
-    3211,  3212,        // table cannot be locked: in use
-    3218,  3260, 3261,  // row or table locked
-    -1102,              // row locked, in the numbers of the database's core
+    3008,
+    3009,  // table opened exclusively, or cannot be locked
+    3186,
+    3187,
+    3188,  // cannot save or read: locked
+    3189,
+    3202,  // table exclusively locked; cannot save
+    3211,
+    3212,  // table cannot be locked: in use
+    3218,
+    3260,
+    3261,  // row or table locked
+    // In the numbers of the database's core: row locked, file in use or locked, table in use.
+    -1102,
+    -1032,
+    -1302,
+    -1304,
+    -1809,
 };
 
 constexpr std::array kSqliteBusy = {
@@ -62,20 +86,32 @@ constexpr std::array kSystems = {
                           "SET SESSION CHARACTERISTICS AS TRANSACTION ISOLATION LEVEL READ COMMITTED",
          .brief_lock_wait = "SET lock_timeout = '10ms'",
          .usual_lock_wait = "SET lock_timeout = '1s'",
-         .after_insert = " RETURNING {key}"},
+         .after_insert = " RETURNING {key}",
+         .commit = "COMMIT"},
     Dbms{.name = "Microsoft SQL Server",
-         .session_setup = "SET LOCK_TIMEOUT 1000; SET DATEFORMAT mdy",
+         .session_setup = "SET LOCK_TIMEOUT 1000; SET DATEFORMAT mdy; SET NOCOUNT OFF; SET XACT_ABORT OFF",
          .brief_lock_wait = "SET LOCK_TIMEOUT 10",
          .usual_lock_wait = "SET LOCK_TIMEOUT 1000",
+         .session_check = "SET NOCOUNT OFF; SELECT @@TRANCOUNT",
          .before_insert = "SET NOCOUNT ON; ",
          .after_insert = "; SELECT SCOPE_IDENTITY(); SET NOCOUNT OFF",
          .busy_codes = kSqlServerBusy,
          .ended_codes = kSqlServerEnded},
+    // A literal takes 4,000 bytes and a parameter as many of national text, so a longer one could be queued
+    // but
+    // not worked in.
     Dbms{.name = "Oracle",
+         .statement_timeout = 10,
          .key_query = "SELECT {sequence}.CURRVAL FROM DUAL",
+         .longest_short_text = 2000,
+         .longest_text = 2000,
          .busy_codes = kOracleBusy,
-         .ended_codes = kOracleEnded},
-    Dbms{.name = "ACCESS", .key_query = "SELECT @@IDENTITY", .busy_codes = kAccessBusy},
+         .ended_codes = kOracleEnded,
+         .lost_codes = kOracleLost},
+    Dbms{.name = "ACCESS",
+         .key_query = "SELECT @@IDENTITY",
+         .longest_short_text = 255,
+         .busy_codes = kAccessBusy},
     Dbms{.name = "SQLite",
          .target = SqlTarget::kSqlite,
          .key_query = "SELECT last_insert_rowid()",
@@ -110,16 +146,18 @@ std::string FillKeyNames(std::string_view text, std::string_view table, std::str
 
 bool IsBusy(const Dbms& dbms, const OdbcFailure& failure) {
   return failure.sqlstate == "55P03" || failure.sqlstate == "40P01" || failure.sqlstate == "40001" ||
-         Contains(dbms.busy_codes, failure.native_code);
+         failure.sqlstate == "HYT00" || Contains(dbms.busy_codes, failure.native_code);
 }
 
 bool EndsTransaction(const Dbms& dbms, const OdbcFailure& failure) {
   return failure.sqlstate == "25P02" || Contains(dbms.ended_codes, failure.native_code);
 }
 
-bool IsLinkLoss(const OdbcFailure& failure) {
-  return failure.sqlstate.starts_with("08") || failure.sqlstate == "57P01" || failure.sqlstate == "57P02" ||
-         failure.sqlstate == "57P03";
+// IMC…: SQL Server's driver could not make a broken link anew.
+bool IsLinkLoss(const Dbms& dbms, const OdbcFailure& failure) {
+  return failure.sqlstate.starts_with("08") || failure.sqlstate.starts_with("IMC") ||
+         failure.sqlstate == "57P01" || failure.sqlstate == "57P02" || failure.sqlstate == "57P03" ||
+         Contains(dbms.lost_codes, failure.native_code);
 }
 
 }  // namespace kx

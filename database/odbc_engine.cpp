@@ -8,6 +8,8 @@
 #include "database/odbc_dbms.h"
 #include "database/odbc_handles.h"
 #include "database/odbc_statement.h"
+#include "database/statement_text.h"
+#include "database/text.h"
 #include "kxdata7/text.h"
 
 namespace kx {
@@ -55,6 +57,7 @@ class OdbcEngine final : public Engine {
   SqlTarget target() const override { return dbms_->target; }
   bool InTransaction() const override { return in_transaction_; }
   bool IsAlive() const override { return !lost_; }
+  std::size_t LongestText() const override { return dbms_->longest_text; }
 
   Rows Execute(std::string_view sql, std::span<const Value> parameters) override;
   std::int64_t Insert(std::string_view sql, std::span<const Value> parameters, std::string_view table,
@@ -73,11 +76,17 @@ class OdbcEngine final : public Engine {
   void PrepareSession(const std::string& connection_text, const std::string& completed);
   Rows Run(std::string_view sql, std::span<const Value> parameters);
   void SetManualCommit(bool manual);
-  void EndTransaction(SQLSMALLINT how);
+  // Returns the warning with which it was done.
+  std::optional<OdbcFailure> EndTransaction(SQLSMALLINT how);
   void NoteLinkLoss();
   void RequireLink() const;
   // The error for a failure, once it is noted what that means for the link and the transaction.
   DatabaseError Judge(const OdbcFailure& failure, std::string_view sql = {});
+  // Whether the transaction is gone after a statement that failed, by what the session itself says.
+  bool LostTransaction();
+  std::string HidePasswords(std::string text) const;
+  // Execute, for statements of the engine's own.
+  Rows ExecuteAny(std::string_view sql, std::span<const Value> parameters);
 
   const Waiting waiting_;
   std::vector<std::string> passwords_;
@@ -157,6 +166,10 @@ void OdbcEngine::PrepareSession(const std::string& connection_text, const std::s
   for (const DriverAttribute& attribute : dbms_->attributes) {
     connection_.Check(SQLSetConnectAttrW(link(), attribute.attribute, AttributeValue(attribute.value), 0));
   }
+  if (dbms_->statement_timeout > 0) {
+    statement_->Check(SQLSetStmtAttrW(statement_->get(), SQL_ATTR_QUERY_TIMEOUT,
+                                      AttributeValue(dbms_->statement_timeout), 0));
+  }
   if (!dbms_->session_setup.empty()) Run(dbms_->session_setup, {});
 }
 
@@ -171,27 +184,43 @@ void OdbcEngine::RequireLink() const {
   if (lost_) throw DatabaseError("The link to the database is lost.", ErrorCategory::kGeneral, 0, "08S01");
 }
 
+bool OdbcEngine::LostTransaction() {
+  if (dbms_->session_check.empty()) return false;
+  try {
+    const Rows open = Run(dbms_->session_check, {});
+    return open.count() == 1 && open.at(0, 0).ToInt32() == 0;
+  } catch (const OdbcFailure& failure) {
+    if (IsLinkLoss(*dbms_, failure)) lost_ = true;
+    NoteLinkLoss();
+    return true;
+  }
+}
+
+std::string OdbcEngine::HidePasswords(std::string text) const {
+  for (const std::string& password : passwords_) text = Hide(std::move(text), password);
+  return text;
+}
+
 DatabaseError OdbcEngine::Judge(const OdbcFailure& failure, std::string_view sql) {
-  if (IsLinkLoss(failure)) lost_ = true;
+  if (dbms_ != nullptr && IsLinkLoss(*dbms_, failure)) lost_ = true;
   NoteLinkLoss();
   ErrorCategory category = ErrorCategory::kGeneral;
-  if (in_transaction_ && EndsTransaction(*dbms_, failure)) {
+  const bool ended = !lost_ && !sql.empty() && LostTransaction();
+  if (in_transaction_ && (ended || EndsTransaction(*dbms_, failure))) {
     category = ErrorCategory::kTransactionEnded;
     SQLEndTran(SQL_HANDLE_DBC, link(), SQL_ROLLBACK);
     in_transaction_ = false;
   }
   if (dbms_ != nullptr && IsBusy(*dbms_, failure)) category = ErrorCategory::kBusy;
 
-  std::string text = failure.text;
-  for (const std::string& password : passwords_) text = Hide(std::move(text), password);
-  DatabaseError error(std::move(text), category, failure.native_code, failure.sqlstate);
+  DatabaseError error(HidePasswords(failure.text), category, failure.native_code, failure.sqlstate);
   error.set_statement(std::string(sql));
   return error;
 }
 
 Rows OdbcEngine::Run(std::string_view sql, std::span<const Value> parameters) {
   OdbcStatement statement(*statement_);
-  for (const Value& parameter : parameters) statement.Bind(parameter, dbms_->time_as_text);
+  for (const Value& parameter : parameters) statement.Bind(parameter, *dbms_);
   return statement.Run(sql);
 }
 
@@ -218,6 +247,11 @@ class OdbcEngine::BriefLockWait {
 };
 
 Rows OdbcEngine::Execute(std::string_view sql, std::span<const Value> parameters) {
+  if (!IsOneStatement(sql)) throw NotOneStatementError();
+  return ExecuteAny(sql, parameters);
+}
+
+Rows OdbcEngine::ExecuteAny(std::string_view sql, std::span<const Value> parameters) {
   RequireLink();
   if (sql.find('\0') != std::string_view::npos) throw NulInStatementError();
   for (const Value& parameter : parameters) {
@@ -244,10 +278,11 @@ Rows OdbcEngine::Execute(std::string_view sql, std::span<const Value> parameters
 
 std::int64_t OdbcEngine::Insert(std::string_view sql, std::span<const Value> parameters,
                                 std::string_view table, std::string_view key_column) {
+  if (!IsOneStatement(sql)) throw NotOneStatementError();
   std::string insert(dbms_->before_insert);
   insert += sql;
   insert += FillKeyNames(dbms_->after_insert, table, key_column);
-  Rows rows = Execute(insert, parameters);
+  Rows rows = ExecuteAny(insert, parameters);
   if (!dbms_->key_query.empty()) rows = Execute(FillKeyNames(dbms_->key_query, table, key_column), {});
   if (rows.count() != 1) throw DatabaseError("The database gave no key for the new row.");
   return rows.at(0, 0).ToInt32();
@@ -272,17 +307,34 @@ void OdbcEngine::Begin() {
 }
 
 // A driver may report success although the link is gone.
-void OdbcEngine::EndTransaction(SQLSMALLINT how) {
-  connection_.Check(SQLEndTran(SQL_HANDLE_DBC, link(), how));
+std::optional<OdbcFailure> OdbcEngine::EndTransaction(SQLSMALLINT how) {
+  std::optional<OdbcFailure> warning;
+  if (how == SQL_COMMIT && !dbms_->commit.empty()) {
+    OdbcStatement commit(*statement_);
+    commit.Run(dbms_->commit);
+    warning = commit.warning();
+  } else {
+    const SQLRETURN result = SQLEndTran(SQL_HANDLE_DBC, link(), how);
+    connection_.Check(result);
+    if (result == SQL_SUCCESS_WITH_INFO) warning = connection_.Reason();
+  }
   NoteLinkLoss();
   in_transaction_ = false;
+  return warning;
 }
 
 void OdbcEngine::Commit() {
   RequireLink();
   if (!in_transaction_) throw TransactionEndedError();
   try {
-    EndTransaction(SQL_COMMIT);
+    const auto warning = EndTransaction(SQL_COMMIT);
+    if (lost_) throw UnknownOutcomeError();
+    if (warning) {
+      throw DatabaseError(
+          Concat("The transaction is done on this server, but whether a standby has it is unknown: ",
+                 HidePasswords(warning->text)),
+          ErrorCategory::kUnknownOutcome, warning->native_code, warning->sqlstate);
+    }
   } catch (const OdbcFailure& failure) {
     const DatabaseError error = Judge(failure);
     if (lost_) throw UnknownOutcomeError();
@@ -292,7 +344,6 @@ void OdbcEngine::Commit() {
     }
     throw error;
   }
-  if (lost_) throw UnknownOutcomeError();
 }
 
 // With the link the transaction is gone, too.

@@ -12,7 +12,9 @@ namespace kx {
 //
 // Transactions are isolated as READ COMMITTED. Inside one a statement waits a second for another session's
 // lock, where the system can be told so, and then fails as busy; outside, it is tried again for 12 seconds. A
-// failed statement leaves its transaction as it was, unless the system gave the transaction up.
+// failed statement leaves its transaction as it was, unless the system gave the transaction up. A text that
+// is not one statement is refused. A commit whose answer was lost with the link, or came with a warning that
+// a standby may not have it, is an error of category kUnknownOutcome.
 std::unique_ptr<Engine> OpenOdbcEngine(const ConnectionString& connection_string,
                                        const Waiting& waiting = {});
 

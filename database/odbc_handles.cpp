@@ -47,16 +47,18 @@ OdbcHandle::OdbcHandle(SQLSMALLINT type, SQLHANDLE parent) : type_(type) {
   if (!SQL_SUCCEEDED(SQLAllocHandle(type, parent, &handle_))) throw std::bad_alloc();
 }
 
-// The reason is the first record that is no mere warning, or the first one when all are.
 void OdbcHandle::Check(SQLRETURN result) const {
-  if (SQL_SUCCEEDED(result) || result == SQL_NO_DATA) return;
+  if (!SQL_SUCCEEDED(result) && result != SQL_NO_DATA) throw Reason();
+}
+
+OdbcFailure OdbcHandle::Reason() const {
   std::optional<OdbcFailure> failure;
   for (SQLSMALLINT number = 1; auto record = ReadRecord(type_, handle_, number); ++number) {
     const bool warning = record->sqlstate.starts_with("00") || record->sqlstate.starts_with("01");
     if (!failure || !warning) failure = record;
     if (!warning) break;
   }
-  throw failure ? *std::move(failure) : OdbcFailure{"HY000", 0, "The driver gave no reason."};
+  return failure ? *std::move(failure) : OdbcFailure{"HY000", 0, "The driver gave no reason."};
 }
 
 }  // namespace kx

@@ -14,6 +14,13 @@ namespace kx {
 
 static_assert(sizeof(SQLWCHAR) == sizeof(char16_t), "ODBC's wide characters are UTF-16 here");
 
+// What a handle says of the call on it that failed. The engine turns it into a DatabaseError.
+struct OdbcFailure {
+  std::string sqlstate;
+  std::int32_t native_code = 0;
+  std::string text;  // in one line
+};
+
 // An environment, connection or statement handle, freed when it goes out of scope.
 class OdbcHandle {
  public:
@@ -26,17 +33,13 @@ class OdbcHandle {
   // Raises the handle's OdbcFailure when `result`, which a call on it returned, is a failure. SQL_NO_DATA is
   // none.
   void Check(SQLRETURN result) const;
+  // What the handle says of the last call on it: the first record that is no mere warning, or the first one
+  // when all are.
+  OdbcFailure Reason() const;
 
  private:
   SQLSMALLINT type_;
   SQLHANDLE handle_ = SQL_NULL_HANDLE;
-};
-
-// What a handle says of the call on it that failed. The engine turns it into a DatabaseError.
-struct OdbcFailure {
-  std::string sqlstate;
-  std::int32_t native_code = 0;
-  std::string text;  // in one line
 };
 
 inline SQLWCHAR* ToSqlText(std::u16string& text) { return reinterpret_cast<SQLWCHAR*>(text.data()); }

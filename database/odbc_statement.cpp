@@ -2,15 +2,16 @@
 
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <limits>
 
+#include "database/ascii.h"
+#include "database/numeric_text.h"
 #include "kxdata7/text.h"
 
 namespace kx {
 namespace {
 
-// A longer text goes as one of unlimited length.
-constexpr std::size_t kLongestShortText = 4000;
 // The most digits of a decimal number that always fit 64 bits.
 constexpr SQLULEN kMostDigits = 18;
 
@@ -35,16 +36,16 @@ void OdbcStatement::BindData(Parameter& parameter, SQLSMALLINT c_type, SQLSMALLI
                                  &parameter.indicator));
 }
 
-void OdbcStatement::BindText(Parameter& parameter, std::string_view text) {
+void OdbcStatement::BindText(Parameter& parameter, std::string_view text, const Dbms& dbms) {
   parameter.text = kxdata7::ToUtf16(text);
   const std::size_t length = parameter.text.size();
   const auto bytes = static_cast<SQLLEN>(length * sizeof(char16_t));
   parameter.indicator = bytes;
-  BindData(parameter, SQL_C_WCHAR, length <= kLongestShortText ? SQL_WVARCHAR : SQL_WLONGVARCHAR,
+  BindData(parameter, SQL_C_WCHAR, length <= dbms.longest_short_text ? SQL_WVARCHAR : SQL_WLONGVARCHAR,
            std::max<std::size_t>(length, 1), parameter.text.data(), bytes);
 }
 
-void OdbcStatement::Bind(const Value& value, bool time_as_text) {
+void OdbcStatement::Bind(const Value& value, const Dbms& dbms) {
   Parameter& parameter = parameters_.emplace_back();
   if (const auto* number = std::get_if<std::int64_t>(&value.data())) {
     // Some drivers know 32 bits alone.
@@ -60,9 +61,10 @@ void OdbcStatement::Bind(const Value& value, bool time_as_text) {
     parameter.real = *real;
     BindData(parameter, SQL_C_DOUBLE, SQL_DOUBLE, 15, &parameter.real, sizeof parameter.real);
   } else if (const auto* text = std::get_if<std::string>(&value.data())) {
-    BindText(parameter, *text);
+    BindText(parameter, *text, dbms);
   } else if (const auto* time = std::get_if<DateTime>(&value.data())) {
-    if (time_as_text) return BindText(parameter, time->ToText());
+    // Where they are stored as texts a driver would add a fraction to them.
+    if (dbms.time_as_text) return BindText(parameter, time->ToText(), dbms);
     parameter.time = ToTimestamp(*time);
     BindData(parameter, SQL_C_TYPE_TIMESTAMP, SQL_TYPE_TIMESTAMP, 19, &parameter.time, sizeof parameter.time);
   } else {
@@ -76,6 +78,7 @@ Rows OdbcStatement::Run(std::string_view sql) {
   std::u16string text = kxdata7::ToUtf16(sql);
   Rows rows;
   SQLRETURN result = SQLExecDirectW(handle_.get(), ToSqlText(text), static_cast<SQLINTEGER>(text.size()));
+  if (result == SQL_SUCCESS_WITH_INFO) warning_ = handle_.Reason();
   do {
     handle_.Check(result);
     SQLSMALLINT columns = 0;
@@ -115,6 +118,7 @@ OdbcStatement::Column OdbcStatement::Describe(SQLUSMALLINT number, std::string& 
   text.resize(std::min(text.find(u'\0'), text.size()));
   name = kxdata7::ToUtf8(text);
 
+  const bool is_key = ToLowerAscii(name).ends_with("_id");
   switch (type) {
     case SQL_BIT:
     case SQL_TINYINT:
@@ -123,10 +127,10 @@ OdbcStatement::Column OdbcStatement::Describe(SQLUSMALLINT number, std::string& 
     case SQL_BIGINT: return {number, SQL_C_CHAR, true};
     case SQL_DECIMAL:
     case SQL_NUMERIC:
-      if (decimals == 0 && size <= kMostDigits) return {number, SQL_C_CHAR, true};
-      return {number, SQL_C_DOUBLE, false};
+      if (decimals == 0 && (is_key || size <= kMostDigits)) return {number, SQL_C_CHAR, true};
+      return {number, SQL_C_DOUBLE, false, is_key};
     case SQL_FLOAT:
-    case SQL_DOUBLE: return {number, SQL_C_DOUBLE, false};
+    case SQL_DOUBLE: return {number, SQL_C_DOUBLE, false, is_key};
     case SQL_REAL: return {number, SQL_C_FLOAT, false};
     case SQL_TYPE_DATE:
     case SQL_TYPE_TIMESTAMP: return {number, SQL_C_TYPE_TIMESTAMP, false};
@@ -149,7 +153,10 @@ Value OdbcStatement::Fetch(const Column& column) const {
   switch (column.c_type) {
     case SQL_C_DOUBLE: {
       SQLDOUBLE number = 0;
-      return GetData(column, number) ? Value(number) : Value();
+      if (!GetData(column, number)) return {};
+      const bool fits = std::abs(number) <= std::numeric_limits<SQLINTEGER>::max();
+      if (column.key && fits && std::trunc(number) == number) return static_cast<std::int64_t>(number);
+      return number;
     }
     case SQL_C_FLOAT: {
       SQLREAL number = 0;
@@ -170,13 +177,14 @@ Value OdbcStatement::Fetch(const Column& column) const {
 }
 
 Value OdbcStatement::FetchWholeNumber(const Column& column) const {
-  std::array<char, 32> digits{};
+  std::array<char, 64> digits{};
   if (!GetData(column, digits)) return {};
   const std::string_view text(digits.data());
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return text;
-  return number;
+  if (error == std::errc() && end == text.data() + text.size()) return number;
+  const auto real = ParseNumericText(text);
+  return real ? Value(*real) : Value(text);
 }
 
 // A text comes in pieces, each but the last filling the buffer up to its end mark.

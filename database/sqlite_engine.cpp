@@ -187,7 +187,7 @@ Prepared& SqliteEngine::Prepare(std::string_view sql) {
   if (result != SQLITE_OK) Throw(result, sql);
   const std::string_view rest = sql.substr(static_cast<std::size_t>(tail - sql.data()));
   if (handle == nullptr || rest.find_first_not_of(" \t\r\n;") != std::string_view::npos) {
-    throw DatabaseError("The text is not exactly one statement.");
+    throw NotOneStatementError();
   }
   if (statements_.size() >= kMostStatements) statements_.clear();
   return statements_.emplace(sql, std::move(prepared)).first->second;

@@ -1,5 +1,6 @@
 #include "machinedata/lookups.h"
 
+#include "database/statement_text.h"
 #include "database/text.h"
 #include "machinedata/downtime_rows.h"
 #include "session/sql_dialect.h"
@@ -20,7 +21,7 @@ std::int32_t FirstId(const Recordset& rows, std::string_view id_column) {
 std::int32_t IdByText(Session& session, std::string_view columns, std::string_view table,
                       std::string_view column, std::string_view text, std::string_view id_column) {
   if (text.empty()) return -1;
-  return FirstId(OpenMasterData(session, Concat(Lookup(session, columns, table, column), "'", text, "'")),
+  return FirstId(OpenMasterData(session, Concat(Lookup(session, columns, table, column), Quoted(text))),
                  id_column);
 }
 
@@ -61,8 +62,8 @@ std::int32_t GetScrapCodeID(Session& session, std::string_view scrap_code_number
 
 PartKey GetPartID(Session& session, std::string_view part_number) {
   if (part_number.empty()) return {};
-  const Recordset part = OpenMasterData(
-      session, Concat(Lookup(session, "*", "T_SFC_PART", "PART_NUMBER"), "'", part_number, "'"));
+  const Recordset part =
+      OpenMasterData(session, Concat(Lookup(session, "*", "T_SFC_PART", "PART_NUMBER"), Quoted(part_number)));
   if (part.RecordCount() == 0) return {};
   return {part.Fields("PART_ID").ToInt32(), part.Fields("PART_TYPE_ID").ToInt32Or(-1)};
 }
@@ -71,7 +72,7 @@ std::int32_t GetDowntimeCodeID(Session& session, std::string_view downtime_code_
   if (downtime_code_number.empty()) return -1;
   return FirstId(OpenMasterData(session, Concat(Lookup(session, "DOWNTIME_CODE_ID", "T_SFC_DOWNTIME_CODE",
                                                        "DOWNTIME_CODE_NUMBER"),
-                                                "'", downtime_code_number, "' and DOWNTIME_TYPE_CODE IN (",
+                                                Quoted(downtime_code_number), " and DOWNTIME_TYPE_CODE IN (",
                                                 static_cast<std::int32_t>(type), ",2)")),
                  "DOWNTIME_CODE_ID");
 }
@@ -90,8 +91,8 @@ std::optional<std::string> GetFirstPartNumberOfJob(Session& session, std::string
   const std::string_view hint = NoLockHint(session);
   const Recordset parts = OpenMasterData(
       session, Concat("select T_SFC_PART.PART_NUMBER  from T_SFC_PART", hint, ", T_SFC_PART_PER_JOB", hint,
-                      ", T_SFC_JOB", hint, "  where T_SFC_JOB.JOB_NUMBER = '", job_number,
-                      "'  and T_SFC_JOB.JOB_ID = T_SFC_PART_PER_JOB.JOB_ID "
+                      ", T_SFC_JOB", hint, "  where T_SFC_JOB.JOB_NUMBER = ", Quoted(job_number),
+                      "  and T_SFC_JOB.JOB_ID = T_SFC_PART_PER_JOB.JOB_ID "
                       " and T_SFC_PART.PART_ID = T_SFC_PART_PER_JOB.PART_ID "
                       " order by T_SFC_PART_PER_JOB.ORDINAL, T_SFC_PART.PART_NUMBER "));
   if (parts.RecordCount() == 0 || parts.Fields("PART_NUMBER").IsNull()) return std::nullopt;

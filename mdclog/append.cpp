@@ -1,7 +1,9 @@
 #include "mdclog/append.h"
 
 #include "database/database_error.h"
+#include "database/statement_text.h"
 #include "database/text.h"
+#include "kxdata7/text.h"
 #include "machinedata/lookups.h"
 #include "session/sql_dialect.h"
 
@@ -32,14 +34,18 @@ std::string InsertStatement(const Session& session, const LogEntry& entry, DateT
         place, ",", time, ")");
   }
   const bool has_param = !entry.param.empty();
+  const std::size_t longest = session.connection.LongestText();
+  if (longest < entry.param.size() && longest < kxdata7::ToUtf16(entry.param).size()) {
+    throw DatabaseError(Concat("The parameter is longer than the ", longest,
+                               " characters that the database takes in every place."));
+  }
   std::string sql = Concat(
       "INSERT INTO T_SFC_MDC_LOG (COMMAND_ID, DEPT_ID, LOCATION_ID,  GROUP_ID, MACHINE_ID, "
       "COMMAND_TIME_CODE, "
       "TIME_STAMP",
       has_param ? ", PARAM1" : "", ")  VALUES (", entry.command_id, ",", place, ",", entry.command_time_code,
       ",", time);
-  // The text goes between its quotes as it is: clients must not send apostrophes.
-  if (has_param) Append(sql, ",'", entry.param, "'");
+  if (has_param) Append(sql, ",", Quoted(entry.param));
   return sql += ")";
 }
 
@@ -51,13 +57,15 @@ bool AppendItemToMDCLog(Session& session, const LogEntry& entry, std::string& er
     error.clear();
     if (entry.command_id == kRefreshCommand && RefreshWaits(session, entry.machine_id)) return true;
     const std::string sql = InsertStatement(session, entry, time_stamp);
-    for (int attempt = 1; !ExecuteSqlInTransaction(session, sql, error); ++attempt) {
-      if (attempt == kAttempts) return false;
-      PauseMilliseconds(session, kPauseBetweenAttempts);
+    for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+      if (attempt > 1) PauseMilliseconds(session, kPauseBetweenAttempts);
+      const Attempt outcome = ExecuteSqlInTransaction(session, sql, error);
+      if (outcome != Attempt::kFailed) return outcome == Attempt::kDone;
     }
-    return true;
+    return false;
   } catch (const DatabaseError& failure) {
-    error = failure.description();
+    // What can never be a statement has failed as after the last attempt.
+    error = failure.category() == ErrorCategory::kNoStatement ? "" : failure.description();
     return false;
   }
 }

@@ -4,6 +4,7 @@
 #include <array>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "database/database_error.h"
 #include "database/text.h"
@@ -120,12 +121,18 @@ bool DoNextItemFromMDCLog(Session& session, std::string& error) {
     ~Item() { session.master_data.reset(); }
     Session& session;
   } const item(session);
+  session.unknown_outcome.clear();
   error.clear();
   bool done = false;
   try {
     done = DoNextItem(session, error);
   } catch (const DatabaseError& failure) {
     error = failure.description();
+  }
+  // Done, and yet no plain success. A standby that lacks the work has the row still, and so works it in
+  // later.
+  if (!session.unknown_outcome.empty()) {
+    Append(error, error.empty() ? "" : " ", std::exchange(session.unknown_outcome, {}));
   }
   CloseTrace(session);
   return done;

@@ -1,19 +1,20 @@
 #include "session/insert_row.h"
 
 #include "database/database_error.h"
+#include "database/statement_text.h"
 #include "database/text.h"
 #include "session/sql_dialect.h"
 
 namespace kx {
 namespace {
 
-// A value in the VALUES list of an identity batch. A text stands between its quotes exactly as it is.
+// A value in the VALUES list of an identity batch.
 std::string BatchValue(const Value& value) {
   if (const auto* time = std::get_if<DateTime>(&value.data())) {
     return Concat("'", time->Format("MM/dd/yyyy hh:mm:ss"), "'");
   }
-  const bool quoted = std::holds_alternative<std::string>(value.data());
-  return quoted ? Concat("'", value.ToText(), "'") : value.ToText();
+  const auto* text = std::get_if<std::string>(&value.data());
+  return text != nullptr ? Quoted(*text) : value.ToText();
 }
 
 }  // namespace
@@ -37,8 +38,7 @@ std::int32_t InsertRow(Session& session, std::string_view table, std::span<const
 std::int32_t InsertAndGetIdentity(Session& session, std::string_view table, std::string_view columns,
                                   std::string_view values) {
   const Rows identity = session.connection.Execute(
-      Concat("SET NOCOUNT ON; SET DATEFORMAT MDY; INSERT INTO ", table, " (", columns, ") VALUES (", values,
-             "); SELECT SCOPE_IDENTITY() AS [SCOPE_IDENTITY]; SET NOCOUNT OFF;"));
+      IdentityBatch(Concat("INSERT INTO ", table, " (", columns, ") VALUES (", values, ")")));
   if (identity.count() == 0) throw NoCurrentRowError();
   return identity.at(0, 0).ToInt32();
 }

@@ -1,5 +1,7 @@
 #include "session/session.h"
 
+#include <utility>
+
 #include "database/database_error.h"
 #include "session/messages.h"
 #include "session/sql_dialect.h"
@@ -34,14 +36,20 @@ bool TryExecuteSql(Session& session, std::string_view sql) {
   }
 }
 
-bool ExecuteSqlInTransaction(Session& session, std::string_view sql, std::string& error) {
+Attempt ExecuteSqlInTransaction(Session& session, std::string_view sql, std::string& error) {
   error.clear();
+  session.unknown_outcome.clear();
   TransactionScope transaction(session);
-  if (!transaction.Begin()) {
-    error = FormatResourceMessage(message::kAppendNoTransaction);
-    return false;
+  const bool begun = transaction.Begin();
+  const bool done = begun && TryExecuteSql(session, sql) && transaction.Commit();
+  if (!session.unknown_outcome.empty()) {
+    error = std::exchange(session.unknown_outcome, {});
+    return Attempt::kHopeless;
   }
-  return TryExecuteSql(session, sql) && transaction.Commit();
+  if (done) return Attempt::kDone;
+  const bool has_link = session.connection.IsOpen();
+  if (!begun || !has_link) error = FormatResourceMessage(message::kAppendNoTransaction);
+  return has_link ? Attempt::kFailed : Attempt::kHopeless;
 }
 
 Recordset OpenRecordset(Session& session, std::string_view sql) { return {session.connection, sql}; }

@@ -29,6 +29,9 @@ class Session {
   bool trace_file_open = false;  // stays false while tracing is disabled
   Connection connection;
 
+  // What a commit since this was last emptied left unknown; see CommitTransaction.
+  std::string unknown_outcome;
+
   // The shifts that one machine may work, kept while one log item is processed; empty means every shift.
   std::vector<std::int32_t> machine_shift_ids;
   std::int32_t shift_cache_machine_id = -1;
@@ -57,9 +60,16 @@ void ExecuteSql(Session& session, std::string_view sql);
 // Runs a statement. False when it fails: for the callers that judge the result themselves.
 bool TryExecuteSql(Session& session, std::string_view sql);
 
-// Runs a statement in a transaction of its own. False: not done and nothing changed; `error` holds message
-// 102 when no transaction could be begun and is empty otherwise.
-bool ExecuteSqlInTransaction(Session& session, std::string_view sql, std::string& error);
+// What came of a statement that may be tried again.
+enum class Attempt {
+  kDone,
+  kFailed,    // nothing changed; the same can succeed later
+  kHopeless,  // no further attempt helps, or it could do twice what may have been done
+};
+
+// Runs a statement in a transaction of its own. When it is not done `error` holds message 102 where no
+// transaction could be begun or the link is lost, what is unknown where that is so, and is empty otherwise.
+Attempt ExecuteSqlInTransaction(Session& session, std::string_view sql, std::string& error);
 
 // A recordset on the rows of `sql`, on its first row.
 Recordset OpenRecordset(Session& session, std::string_view sql);

@@ -16,9 +16,14 @@ bool Retry(Session& session, void (Connection::*operation)()) {
       (session.connection.*operation)();
       return true;
     } catch (const DatabaseError& error) {
-      if (error.category() == ErrorCategory::kUnknownOutcome) throw;
-      const bool hopeless =
-          error.category() == ErrorCategory::kTransactionEnded || session.connection.transaction_ended();
+      const bool has_link = session.connection.IsOpen();
+      if (error.category() == ErrorCategory::kUnknownOutcome) {
+        if (!has_link) throw;
+        session.unknown_outcome = error.description();
+        return true;
+      }
+      const bool hopeless = error.category() == ErrorCategory::kTransactionEnded || !has_link ||
+                            session.connection.transaction_ended();
       if (hopeless || attempt == kAttempts) return false;
     }
     PauseMilliseconds(session, kPauseBetweenAttempts);

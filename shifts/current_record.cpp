@@ -49,12 +49,19 @@ struct Expiry {
   ShiftInfo next;
 };
 
-// Nothing when the record's shift has not ended before `moment`.
+[[noreturn]] void ThrowCalendarStands(std::int32_t machine_id, DateTime at) {
+  throw DatabaseError(
+      Concat("The shift calendar of machine ", machine_id, " does not advance at ", at.ToText()));
+}
+
+// Nothing when the record's shift has not ended before `moment`. A calendar that stands still is an error:
+// steps only ever lead on in time.
 std::optional<Expiry> FindExpiry(Session& session, std::int32_t machine_id, const CurrentRecord& record,
                                  DateTime moment) {
   const bool no_shift = record.shift_end == kNoShiftEnd;
   Expiry expiry;
   expiry.moment = no_shift ? GetNextShiftStart(session, record.start_time, machine_id) : record.shift_end;
+  if (no_shift && expiry.moment <= record.start_time) ThrowCalendarStands(machine_id, expiry.moment);
   if (expiry.moment >= moment) return std::nullopt;
   expiry.next = DetermineChartDateAndShiftInfo(session, expiry.moment, record.user_name, machine_id);
   if (no_shift && expiry.next.chart_date != record.chart_date) {
@@ -62,10 +69,8 @@ std::optional<Expiry> FindExpiry(Session& session, std::int32_t machine_id, cons
     expiry.next = ShiftInfo{.chart_date = record.chart_date.AddDays(1)};
     expiry.moment = expiry.next.chart_date;
   }
-  if (expiry.next.shift_id != kNoShift && expiry.next.end <= expiry.moment) {
-    throw DatabaseError(Concat("The shift calendar of machine ", machine_id, " does not advance at ",
-                               expiry.moment.ToText()));
-  }
+  if (expiry.next.shift_id != kNoShift && expiry.next.end <= expiry.moment)
+    ThrowCalendarStands(machine_id, expiry.moment);
   return expiry;
 }
 
@@ -97,6 +102,7 @@ std::optional<CurrentRecord> CloseExpiredShifts(Session& session, std::int32_t m
   TransactionScope transaction(session);
   if (use_transactions && !transaction.Begin()) return std::nullopt;
   CurrentRecord record = ReadCurrentRecord(session, machine_id);
+  // Ends: after the first step each leads later in time than the one before it, and none begins at `moment`.
   for (;;) {
     WriteTrace(session, "HandleExpiredShifts-B");
     const auto expiry = FindExpiry(session, machine_id, record, moment);

@@ -289,6 +289,27 @@ TEST_P(FaultTest, WrongPlants) {
   }
 }
 
+// Intervals of a day after the base day seem to begin before a record that has no shift, which would be cut
+// there for ever; its chart day may have ended, too.
+TEST_P(FaultTest, CalendarOfALaterYear) {
+  plant.Execute(
+      "update T_SFC_INTERVAL set START_TIME = '2000-01-01 06:00:00', STOP_TIME = '2000-01-01 14:00:00'");
+  plant.Execute("update T_SFC_MACHINE_DATA set SHIFT_ID = null, SHIFT_END = null");
+  for (const char* chart_date : {"2026-01-12", "2026-01-11"}) {
+    plant.Execute(Concat("update T_SFC_MACHINE_DATA set CHART_DATE = '", chart_date, " 00:00:00'"));
+    for (const char* event :
+         {"12:00 refresh", "Tue 12:00 refresh", "12:00 op start X", "Tue 12:00 logon start anna"}) {
+      SCOPED_TRACE(event);
+      plant.Queue(event);
+      const std::string before = plant.Snapshot();
+      EXPECT_EQ(plant.component.Next(),
+                (Outcome{false, "The shift calendar of machine 1 does not advance at 2026-01-12 06:00:00"}));
+      EXPECT_EQ(plant.Snapshot(), before);
+      plant.Execute("delete from T_SFC_MDC_LOG");
+    }
+  }
+}
+
 TEST_P(FaultTest, TextsWithApostrophes) {
   for (const char* event :
        {"08:00 job start O'Brien", "08:00 op start O'Brien", "08:00 part start O'Brien",

@@ -156,14 +156,29 @@ TEST_F(PostgresTest, KeysCountsAndBatches) {
   EXPECT_EQ(Do("update T_SFC_PART set PART_NUMBER = 'D' where PART_ID = 9").affected, 0);
   EXPECT_EQ(Do("delete from T_SFC_PART where PART_ID = 9").affected, 0);
 
-  const Rows batch =
-      Do("update T_SFC_PART set PART_NUMBER = 'E' where PART_ID = 9; "
-         "select PART_ID, PART_NUMBER from T_SFC_PART order by PART_ID; select 3; "
-         "delete from T_SFC_PART where PART_ID = 2");
-  EXPECT_EQ(batch.columns, (std::vector<std::string>{"part_id", "part_number"}));
-  EXPECT_EQ(batch.values, (std::vector<Value>{std::int64_t{1}, "C", std::int64_t{2}, "C"}));
-  EXPECT_EQ(Count("T_SFC_PART"), 1);
-  EXPECT_THROW(Do("select 1; insert into nothing values (1)"), DatabaseError);
+  // One call is one statement.
+  for (const char* sql :
+       {"select 1; delete from T_SFC_PART", "select ';' ; delete from T_SFC_PART; ",
+        "select '''' ; delete from T_SFC_PART", "select \";\" from T_SFC_PART; delete from T_SFC_PART",
+        "select 1 -- '\n; delete from T_SFC_PART -- '", "select 1 /* ' */; delete from T_SFC_PART -- '"}) {
+    const DatabaseError error = ErrorOf([&] { Do(sql); });
+    EXPECT_EQ(error.category(), ErrorCategory::kNoStatement) << sql;
+    EXPECT_EQ(error.description(), "The text is not exactly one statement.");
+  }
+  EXPECT_THROW(db_->Insert("INSERT INTO T_SFC_PART (PART_NUMBER) VALUES ('x'); delete from T_SFC_PART", {},
+                           "T_SFC_PART", "PART_ID"),
+               DatabaseError);
+  EXPECT_EQ(Row(*db_, "select count(*) from T_SFC_PART where PART_NUMBER <> ''';--/*' ;")[0],
+            Value(std::int64_t{2}));
+}
+
+// Also in the tables of others: a key is a whole number.
+TEST_F(PostgresTest, KeysOfAnyNumericTypeAreWhole) {
+  Do("create table t (d_id double precision, n_id numeric(38), n numeric(38), x double precision)");
+  Do("insert into t values (17, 19, 20, 21), (1e300, 12345678901234567890, null, null)");
+  EXPECT_EQ(Do("select * from t order by x").values,
+            (std::vector<Value>{std::int64_t{17}, std::int64_t{19}, 20.0, 21.0, 1e300, 12345678901234567890.0,
+                                std::nullopt, std::nullopt}));
 }
 
 TEST_F(PostgresTest, TransactionsHoldTogetherWhatBelongsTogether) {
@@ -329,6 +344,36 @@ TEST_F(PostgresTest, LostLinkIsSeenAndNothingIsSaidToBeDone) {
   EXPECT_THROW(waiting->Execute("select 1", {}), DatabaseError);
   db_ = Open(plant_);
   EXPECT_EQ(Count("t"), 0);
+}
+
+// A wait for a standby that is cancelled ends the commit with a warning: done here, and perhaps nowhere else.
+TEST(StandbyTest, CommitThatTheStandbyMayNotHave) {
+  test::PostgresServer server(true);
+  {
+    const auto db = Open(server.ConnectionString());
+    db->Execute("create table t (i integer)", {});
+    db->Execute("alter system set synchronous_standby_names = 'nobody'", {});
+  }
+  server.Kill();
+  server.Start();
+  const auto db = Open(server.ConnectionString());
+  const auto watch = Open(server.ConnectionString());
+  db->Begin();
+  db->Execute("insert into t values (1)", {});
+  std::jthread cancel([&](const std::stop_token& done) {
+    constexpr const char* kCancel =
+        "select pg_cancel_backend(pid) from pg_stat_activity where wait_event = 'SyncRep'";
+    while (!done.stop_requested() && watch->Execute(kCancel, {}).count() == 0) std::this_thread::yield();
+  });
+  const DatabaseError error = ErrorOf([&] { db->Commit(); });
+  cancel.request_stop();
+  cancel.join();
+  EXPECT_EQ(error.category(), ErrorCategory::kUnknownOutcome);
+  EXPECT_NE(error.description().find("unknown"), std::string::npos) << error.description();
+  ExpectOneLine(error.description());
+  EXPECT_TRUE(db->IsAlive());
+  EXPECT_FALSE(db->InTransaction());
+  EXPECT_EQ(watch->Execute("select * from t", {}).count(), 1u);
 }
 
 TEST_F(PostgresTest, UnusableConnectionStringsSayWhyInOneLine) {

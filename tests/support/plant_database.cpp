@@ -48,11 +48,11 @@ const EngineSql& SqlOf(DatabaseKind kind) {
       .tables = "select tablename from pg_tables where schemaname = 'public' order by 1",
       .now = "select date_trunc('second', localtimestamp)",
       .live = "public",
-      .saved_room = "drop schema if exists saved cascade; create schema saved",
+      .saved_room = "do 'begin drop schema if exists saved cascade; create schema saved; end'",
       .key_counters =
           "select sequencename::text as NAME, LAST_VALUE from pg_sequences where schemaname = 'public'",
       .restore_key_counters =
-          {"select setval(NAME::regclass, coalesce(LAST_VALUE, 1), LAST_VALUE is not null) "
+          {"perform setval(NAME::regclass, coalesce(LAST_VALUE, 1), LAST_VALUE is not null) "
            "from saved.KEY_COUNTERS"},
   };
   return kind == DatabaseKind::kSqlite ? kSqliteSql : kPostgresSql;
@@ -190,7 +190,9 @@ void PlantDatabase::RunTogether(const std::vector<std::string>& statements) {
   if (kind_ == DatabaseKind::kPostgres) {
     std::string all;
     for (const std::string& statement : statements) Append(all, statement, "; ");
-    link.ExecuteDirect(all);
+    for (std::size_t at = all.find('\''); at != all.npos; at = all.find('\'', at + 2))
+      all.insert(at, 1, '\'');
+    link.ExecuteDirect(Concat("do 'begin ", all, "end'"));
   } else {
     for (const std::string& statement : statements) link.ExecuteDirect(statement);
   }
