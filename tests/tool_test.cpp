@@ -520,6 +520,17 @@ TEST_P(DoctorTest, RepairsWhatIsCertain) {
   EXPECT_EQ(Findings(), std::vector<std::string>());
 }
 
+// A change that counts no rows, and a text that does not come back: here by triggers.
+TEST_P(DoctorTest, FindsWhatTheDatabaseChanges) {
+  if (!embedded()) GTEST_SKIP();
+  ExpectFindings(
+      {"create trigger t before update of STOP_TIME on T_SFC_EVENT begin select raise(ignore); end"},
+      {"failed   new row by its key, changed, with a text of any language, rolled back: Row cannot"});
+  ExpectFindings({"create trigger t after update of PARAM1 on T_SFC_EVENT begin update T_SFC_EVENT set "
+                  "PARAM1 = '?' where EVENT_ID = new.EVENT_ID; end"},
+                 {"failed   new row by its key, changed, with a text of any language, rolled back: a text"});
+}
+
 TEST_P(DoctorTest, SaysWhatItCannotReach) {
   if (embedded()) {
     Write(plant_.c_str(),
