@@ -10,7 +10,7 @@ std::filesystem::path OwnFile() {
       GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
   if (!GetModuleHandleExW(kOfThisCode, reinterpret_cast<LPCWSTR>(&OwnFile), &module)) return {};
   std::wstring file(MAX_PATH, L'\0');
-  for (;;) {
+  for (;;) {  // a path has at most 32,767 characters
     const DWORD length = GetModuleFileNameW(module, file.data(), static_cast<DWORD>(file.size()));
     if (length < file.size()) return file.substr(0, length);
     file.resize(file.size() * 2);  // it was cut
@@ -19,7 +19,9 @@ std::filesystem::path OwnFile() {
 
 void DispatchWindowMessages() {
   MSG message;
-  while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+  // A window that posts to itself must not hold up the wait for ever.
+  constexpr int kMostMessages = 1000;
+  for (int left = kMostMessages; left > 0 && PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE); --left) {
     if (message.message == WM_QUIT) {
       // The client's own loop is to end by it.
       PostQuitMessage(static_cast<int>(message.wParam));

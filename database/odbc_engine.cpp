@@ -262,7 +262,7 @@ Rows OdbcEngine::ExecuteAny(std::string_view sql, std::span<const Value> paramet
   }
   const auto give_up = waiting_.now() + kWaitOutsideTransaction;
   std::optional<BriefLockWait> brief_lock_wait;
-  for (bool again = false;; again = true) {
+  for (bool again = false;; again = true) {  // until then
     try {
       if (!in_transaction_) SetManualCommit(false);
       if (again && !brief_lock_wait) brief_lock_wait.emplace(*this);

@@ -73,7 +73,8 @@ void OdbcStatement::Bind(const Value& value, const Dbms& dbms) {
   }
 }
 
-// Every result is asked for: a batch shows its later errors only then.
+// Every result is asked for: a batch shows its later errors only then. There are as many as it has
+// statements.
 Rows OdbcStatement::Run(std::string_view sql) {
   std::u16string text = kxdata7::ToUtf16(sql);
   Rows rows;
@@ -101,7 +102,7 @@ void OdbcStatement::FetchRows(Rows& rows, SQLSMALLINT column_count) {
     columns.push_back(Describe(number, names.emplace_back()));
   }
   rows.columns = std::move(names);
-  for (;;) {
+  for (;;) {  // to the last row
     const SQLRETURN result = SQLFetch(handle_.get());
     handle_.Check(result);
     if (result == SQL_NO_DATA) return;
@@ -191,7 +192,7 @@ Value OdbcStatement::FetchWholeNumber(const Column& column) const {
 Value OdbcStatement::FetchText(const Column& column) const {
   std::u16string text;
   std::array<char16_t, 1024> piece{};
-  for (;;) {
+  for (;;) {  // until a piece does not fill the buffer
     SQLLEN bytes = 0;
     const SQLRETURN result = SQLGetData(handle_.get(), column.number, SQL_C_WCHAR, piece.data(),
                                         static_cast<SQLLEN>(sizeof piece), &bytes);

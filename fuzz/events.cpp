@@ -23,9 +23,22 @@ std::int64_t Waiting(DemoPlant& plant) { return Count(plant, "select count(*) fr
 // Whether statements can carry a text: they take it between apostrophes.
 bool IsPlain(std::string_view text) { return text.find_first_of(std::string_view("'\0", 2)) == text.npos; }
 
+// How many rows there are that an event of the machine has no business with.
+std::int64_t OtherRows(DemoPlant& plant, LONG machine) {
+  std::string sql = "select 0";
+  for (const char* table : {"MACHINE", "MACHINE_DATA", "EVENT", "MACHINE_EVENT"})
+    kx::Append(sql, " + (select count(*) from T_SFC_", table, " where MACHINE_ID <> ", machine, ")");
+  for (const char* table : {"JOB", "PART", "OP", "USER", "COMMAND", "SHIFT", "OPTION", "MDC_LOG_ASIDE"})
+    kx::Append(sql, " + (select count(*) from T_SFC_", table, ")");
+  return Count(plant, sql);
+}
+
 void Append(DemoPlant& plant, LONG machine, LONG command, LONG time_code, const std::string& param) {
+  const std::int64_t changes = Count(plant, "select total_changes()");
   const bool done = plant.component.Append({1, 1, 1, machine, command}, param, time_code).done;
   Require(Waiting(plant) == (done ? 1 : 0), "an event is queued or not");
+  Require(Count(plant, "select total_changes()") - changes == (done ? 1 : 0),
+          "an append is one row's change");
   if (IsPlain(param)) {
     Require(done, "plain text is queued");
     const Value stored = plant.Run("select PARAM1 from T_SFC_MDC_LOG").at(0, 0);
@@ -72,7 +85,9 @@ void RunEvents(DemoPlant& plant, std::string_view input) {
     const Value moment[] = {time.ToText()};
     plant.Run("update T_SFC_MDC_LOG set TIME_STAMP = ?", moment);
     all_plain = all_plain && IsPlain(param);
+    const std::int64_t others = OtherRows(plant, machine);
     Process(plant, all_plain);
+    Require(OtherRows(plant, machine) == others, "only the rows of the one event change");
   }
   Require(
       Count(plant,

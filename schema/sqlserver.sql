@@ -1,6 +1,7 @@
 -- The plant's tables in Microsoft SQL Server; sqlite.sql says what they mean. Every statement ends with a semicolon at
 -- the end of a line; loading the file again adds what is missing and changes nothing else. Texts are as long as an
--- event's parameter where they hold one, and otherwise short enough for an index.
+-- event's parameter where they hold one, and otherwise short enough for an index. The database's collation must be a
+-- UTF-8 one (as Latin1_General_100_BIN2_UTF8) to keep every character of a text.
 
 IF OBJECT_ID('T_KXES_PTYPE', 'U') IS NULL
 CREATE TABLE T_KXES_PTYPE (

@@ -84,7 +84,7 @@ void PauseMilliseconds(Session& session, std::int16_t milliseconds) {
   const std::chrono::milliseconds time(milliseconds);
   const Host& host = session.host();
   const auto start = host.now();
-  for (;;) {
+  for (;;) {  // until the clock says so, whichever way it goes
     const std::chrono::seconds passed = host.now() - start;
     if (passed < std::chrono::seconds::zero() || passed >= time) return;
     WaitBriefly(host, time);

@@ -63,7 +63,7 @@ DateTime GetNextShiftStart(Session& session, DateTime moment, std::int32_t machi
   DateTime best = kNoShiftStart;
   bool found = false;
   std::int16_t days = 0;
-  for (;; ++days) {
+  for (;; ++days) {  // as far as 16 bits go
     const std::string column = Concat(kWeekdays[WeekdayIndex(moment.AddDays(days))], "_START_TIME");
     for (shifts.MoveFirst(); !shifts.IsEof(); shifts.MoveNext()) {
       const Value& start = shifts.Fields(column);

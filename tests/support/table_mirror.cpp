@@ -47,11 +47,12 @@ void TableMirror::Write(Connection& to, const std::string& table, const Rows& ro
     Append(names, names.empty() ? "" : ", ", column);
     Append(marks, marks.empty() ? "?" : ", ?");
   }
-  std::string insert = Concat("insert into ", table, " (", names, ") values (", marks, ")");
-  if (identity_insert_ && &to == &link_)
-    insert = Concat("SET IDENTITY_INSERT ", table, " ON; ", insert, "; SET IDENTITY_INSERT ", table, " OFF");
+  const bool own_keys = identity_insert_ && &to == &link_;
+  if (own_keys) to.ExecuteDirect(Concat("SET IDENTITY_INSERT ", table, " ON"));
+  const std::string insert = Concat("insert into ", table, " (", names, ") values (", marks, ")");
   for (std::size_t row = 0; row < rows.count(); ++row)
     to.ExecuteDirect(insert, {&rows.at(row, 0), rows.columns.size()});
+  if (own_keys) to.ExecuteDirect(Concat("SET IDENTITY_INSERT ", table, " OFF"));
   if (alone) to.Commit();
 }
 
