@@ -17,17 +17,21 @@ function(embed output header function)
     DEPENDS ${ARGN} ${embed_files}
     VERBATIM)
 endfunction()
-file(GLOB schema_files CONFIGURE_DEPENDS schema/*.sql)
+file(GLOB schema_files CONFIGURE_DEPENDS schema/*.sql schema/*.toml)
 embed(schema_sql.cpp plant/schema_sql.h SchemaSql ${schema_files})
 file(GLOB assets CONFIGURE_DEPENDS views/assets/*)
 embed(assets.cpp views/assets.h Asset ${assets})
 
-# CLI11 is headers alone. Its folder on a build machine is full of that system's own, which a cross compiler must not see.
+# CLI11 and toml++ are headers alone. Their folder on a build machine is full of that system's own, which a cross compiler
+# must not see.
 add_library(kxdata7_cli INTERFACE)
 if(CMAKE_CROSSCOMPILING)
-  find_path(CLI11_FOLDER CLI/CLI.hpp PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
   file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/include)
-  file(CREATE_LINK ${CLI11_FOLDER}/CLI ${PROJECT_BINARY_DIR}/include/CLI SYMBOLIC)
+  foreach(header CLI/CLI.hpp toml++/toml.h)
+    get_filename_component(folder ${header} DIRECTORY)
+    find_path(${folder}_FOLDER ${header} PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+    file(CREATE_LINK ${${folder}_FOLDER}/${folder} ${PROJECT_BINARY_DIR}/include/${folder} SYMBOLIC)
+  endforeach()
   target_include_directories(kxdata7_cli SYSTEM INTERFACE ${PROJECT_BINARY_DIR}/include)
 endif()
 

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "plant/plant.h"
+#include "plant/create.h"
 #include "session/host.h"
 
 namespace kx::fuzz {
@@ -60,7 +60,7 @@ DemoPlant::DemoPlant() {
   const auto file =
       std::filesystem::temp_directory_path() / ("kxdata7-fuzz-" + std::to_string(getpid()) + ".db");
   const std::string connection = "Provider=SQLite;Data Source=" + file.string();
-  tool::CreatePlant({.plant = file.string()}, true, DateTime(2026, 1, 12, 6));
+  tool::CreateDemoPlant({.plant = file.string()}, DateTime(2026, 1, 12, 6));
   engine_ = OpenEngine(ConnectionString::Parse(connection));
   // The file lives on without its name until the process ends.
   for (const char* part : {"", "-wal", "-shm"}) std::filesystem::remove(file.string() + part);

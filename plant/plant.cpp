@@ -7,11 +7,9 @@
 #include <utility>
 
 #include "database/ascii.h"
-#include "database/sql_script.h"
 #include "database/table_key.h"
 #include "kxdata7/text.h"
 #include "plant/platform.h"
-#include "plant/schema_sql.h"
 #include "plant/schema_version.h"
 
 namespace kx::tool {
@@ -38,37 +36,6 @@ std::string WithSqliteKeyword(std::string text, std::string_view keyword, std::s
       parsed.Find(ToLowerAscii(keyword)) == nullptr)
     text.append(";").append(keyword).append("=").append(value);
   return text;
-}
-
-void RunAll(Plant& plant, std::string_view sql) {
-  for (const std::string& statement : SplitStatements(sql)) plant.Run(statement);
-}
-
-bool IsEmpty(Plant& plant) {
-  constexpr std::array kTables = {"T_SFC_MACHINE", "T_SFC_DEPT", "T_SFC_LOCATION", "T_SFC_GROUP",
-                                  "T_SFC_COMMAND", "T_SFC_USER", "T_SFC_SHIFT",    "T_SFC_INTERVAL"};
-  return std::ranges::all_of(kTables, [&](const char* table) {
-    return plant.Run(std::string("select count(*) from ") + table).at(0, 0).ToInt32() == 0;
-  });
-}
-
-// The demo's statements name the machines and where they stand; their records come from here.
-void AddDemoMachines(Plant& plant, DateTime start) {
-  struct DemoMachine {
-    std::int32_t dnc_number;
-    const char* name;
-    std::int32_t dept, location, group;
-  };
-  constexpr std::array<DemoMachine, 4> kMachines = {{{101, "Lathe 1", 10, 1, 10},
-                                                     {102, "Lathe 2", 10, 1, 10},
-                                                     {103, "Mill 1", 20, 1, 20},
-                                                     {104, "Mill 2", 20, 2, 20}}};
-  for (const auto& machine : kMachines) {
-    AddMachine(plant,
-               {machine.name, machine.dnc_number, plant.FindId("T_SFC_DEPT", machine.dept),
-                plant.FindId("T_SFC_LOCATION", machine.location), plant.FindId("T_SFC_GROUP", machine.group)},
-               start);
-  }
 }
 
 }  // namespace
@@ -177,57 +144,6 @@ std::int32_t AddMachine(Plant& plant, const NewMachine& machine, DateTime start)
        0, 0, 0, 0, 0});
   plant.Run("update T_SFC_MACHINE set MACHINE_DATA_ID = ? where MACHINE_ID = ?", {record, id});
   return Value(id).ToInt32();
-}
-
-namespace {
-
-// The statements of a dialect's own database, singly. SQL Server's add what is missing, in one transaction;
-// those of Oracle and Access are for an empty database, where each is kept at once.
-void CreateNativeTables(Plant& plant, std::string_view schema) {
-  const bool adds_missing = schema == "sqlserver";
-  bool has_tables = false;
-  try {
-    plant.Run("select * from T_SFC_MACHINE where 1 = 0");
-    has_tables = true;
-  } catch (const DatabaseError&) {
-    // Not there; any other reason shows at the first statement.
-  }
-  if (has_tables && !adds_missing)
-    throw ToolError(
-        "the database has a plant's tables already; create makes them there in an empty one alone");
-  const std::vector<std::string> statements = SplitStatements(SchemaSql(schema));
-  if (adds_missing) plant.db.Begin();
-  for (std::size_t i = 0; i < statements.size(); ++i) {
-    try {
-      plant.Run(statements[i]);
-    } catch (const DatabaseError& error) {
-      throw ToolError("statement " + std::to_string(i + 1) + " of " + std::to_string(statements.size()) +
-                      " for " + std::string(schema) +
-                      " (--dialect says for which database): " + error.description());
-    }
-  }
-  WriteSchemaVersion(plant, kSchemaVersion);
-  if (adds_missing) plant.db.Commit();
-}
-
-}  // namespace
-
-void CreatePlant(const PlantOptions& options, bool demo, DateTime start) {
-  PlantOptions demo_numbers = options;
-  demo_numbers.by_dnc = true;
-  Plant plant(demo_numbers, OpenMode::kCreate);
-  if (plant.db.target() == SqlTarget::kNative) {
-    if (demo) throw ToolError("the demo is for SQLite and PostgreSQL");
-    return CreateNativeTables(plant, SchemaName(plant, options.dialect));
-  }
-  plant.db.Begin();
-  BringUpToDate(plant);
-  if (demo) {
-    if (!IsEmpty(plant)) throw ToolError("the demo needs an empty plant, and this one is in use");
-    RunAll(plant, SchemaSql("demo"));
-    AddDemoMachines(plant, start);
-  }
-  plant.db.Commit();
 }
 
 DateTime PlantTime(std::time_t seconds) {

@@ -91,10 +91,6 @@ struct NewMachine {
 // the machine's id.
 std::int32_t AddMachine(Plant& plant, const NewMachine& machine, DateTime start);
 
-// Creates the tables that are missing, with `demo` also a small plant in empty tables, its machines starting
-// at `start`.
-void CreatePlant(const PlantOptions& options, bool demo, DateTime start);
-
 // The plant time of seconds since 1970, by the time zone of the process.
 DateTime PlantTime(std::time_t seconds);
 

@@ -408,11 +408,8 @@ TEST_F(PostgresTest, SchemaLoads) {
     for (const std::string& statement : SplitStatements(script)) Do(statement);
   };
   load("postgresql");
-  load("demo");
   load("postgresql");
   EXPECT_EQ(Count("T_SFC_OPTION"), 3);
-  EXPECT_EQ(Row(*db_, "select START_TIME, STOP_TIME from T_SFC_INTERVAL where IS_SWING = 1"),
-            (std::vector<Value>{DateTime(1970, 1, 1, 22), DateTime(1970, 1, 2, 6)}));
 
   const std::vector<Value> values = {DateTime(2024, 3, 5, 7, 5, 9), 0.1F, 5.0, 2.5, std::nullopt};
   EXPECT_EQ(

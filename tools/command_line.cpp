@@ -3,6 +3,7 @@
 #include <array>
 #include <iostream>
 
+#include "plant/plant_file.h"
 #include "plant/queue.h"
 
 namespace kx::tool {
@@ -40,6 +41,7 @@ CommandLine::CommandLine() {
                "Departments, locations, groups, machines and commands are given by their numbers in the\n"
                "DNC system, not by internal ids");
   AddPlantCommands(*this);
+  AddPlantFileCommands(*this);
   AddInputCommands(*this);
   AddProcessCommands(*this);
   AddQueueCommands(*this);
@@ -76,6 +78,17 @@ CLI::Option* AddTimeOption(CLI::App& command, const std::string& name, std::opti
           },
           description)
       ->type_name("TIME");
+}
+
+CLI::Option* AddStartOption(CLI::App& command, std::optional<DateTime>& start) {
+  return AddTimeOption(command, "--start", start,
+                       "When the first record of a new machine starts; midnight today when not given");
+}
+
+DateTime StartOr(const std::optional<DateTime>& start) {
+  const DateTime now = PlantTime(std::time(nullptr));
+  if (start && !IsPossibleStart(*start, now)) throw ToolError("a machine must not start in the future");
+  return start.value_or(now.Date());
 }
 
 void MentionAside(Plant& plant) {

@@ -33,12 +33,17 @@ void AddQueueCommands(CommandLine& line);
 void AddViewCommands(CommandLine& line);
 void AddLifeCommands(CommandLine& line);
 void AddReportCommands(CommandLine& line);
+void AddPlantFileCommands(CommandLine& line);
 
 CLI::Option* AddCsvFlag(CLI::App& listing, bool& csv);
 
 // An option for a date or a date and time.
 CLI::Option* AddTimeOption(CLI::App& command, const std::string& name, std::optional<DateTime>& time,
                            const std::string& description);
+
+// The option --start of commands that add machines, and what it stands for.
+CLI::Option* AddStartOption(CLI::App& command, std::optional<DateTime>& start);
+DateTime StartOr(const std::optional<DateTime>& start);
 
 // Says how many events are set aside, when there are any.
 void MentionAside(Plant& plant);

@@ -2,6 +2,7 @@
 #include <iostream>
 #include <memory>
 
+#include "plant/apply.h"
 #include "plant/client.h"
 #include "tools/command_line.h"
 #include "tools/doctor.h"
@@ -10,25 +11,11 @@ namespace kx::tool {
 namespace {
 
 struct Options {
-  bool demo = false;
   std::optional<DateTime> start;
   NewMachine machine;
   bool remove = false;
   bool repair = false;
-
-  DateTime Start() const { return start ? *start : PlantTime(std::time(nullptr)).Date(); }
 };
-
-void AddStartOption(CLI::App& command, Options& options) {
-  AddTimeOption(command, "--start", options.start,
-                "When the first record starts; midnight today when not given");
-}
-
-int Create(const PlantOptions& plant, const Options& options) {
-  CreatePlant(plant, options.demo, options.Start());
-  std::cout << "The plant is ready" << (options.demo ? ", with the demo's machines.\n" : ".\n");
-  return 0;
-}
 
 int AddMachine(const PlantOptions& options, NewMachine machine, DateTime start) {
   Plant plant(options);
@@ -38,6 +25,7 @@ int AddMachine(const PlantOptions& options, NewMachine machine, DateTime start) 
     if (*id != -1) *id = plant.FindId(table, *id);
   }
   plant.db.Begin();
+  RequireGoodMachine(plant, machine);
   const std::int32_t id = AddMachine(plant, machine, start);
   plant.db.Commit();
   std::cout << "Machine " << id << " is added.\n";
@@ -56,22 +44,17 @@ int Register(const PlantOptions& options, bool remove) {
 
 void AddPlantCommands(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  CLI::App* command = line.Command("create", "Creates the tables that are missing",
-                                   [&line, options] { return Create(line.plant, *options); });
-  command->add_flag("--demo", options->demo, "Adds a small plant to work with");
-  AddStartOption(*command, *options);
-
   CLI::App* const machines = line.app.add_subcommand("machine", "Changes the machines");
   machines->require_subcommand(1)->fallthrough();
-  command = line.Command(*machines, "add", "Adds a machine with its first record", [&line, options] {
-    return AddMachine(line.plant, options->machine, options->Start());
-  });
+  CLI::App* command = line.Command(
+      *machines, "add", "Adds a machine with its first record",
+      [&line, options] { return AddMachine(line.plant, options->machine, StartOr(options->start)); });
   command->add_option("--name", options->machine.name, "How the machine is called")->required();
   command->add_option("--number", options->machine.dnc_number, "Its number in the DNC system");
   command->add_option("--dept", options->machine.dept_id, "Its department");
   command->add_option("--location", options->machine.location_id, "Its location");
   command->add_option("--group", options->machine.group_id, "Its group");
-  AddStartOption(*command, *options);
+  AddStartOption(*command, options->start);
 
   command =
       line.app.add_subcommand("register", "Registers the component for clients that name no file of it");
