@@ -141,7 +141,7 @@ class Applier {
       if (!is_standard) left_.push_back({&kind, &thing});
     }
     for (std::size_t i = 0; i < wanted.size(); ++i) {
-      CheckAgainst(kind, wanted[i], left);
+      CheckAgainst(kind, wanted[i], matches[i], left);
       ids_[&kind][wanted[i].name] =
           matches[i] != nullptr ? Change(kind, wanted[i], *matches[i]) : Add(kind, wanted[i]);
     }
@@ -174,16 +174,19 @@ class Applier {
     return true;
   }
 
-  // What the file does not name must not have what is there once alone.
+  // A thing must not come to have what only one may have and something that the file does not name has.
   template <class T>
-  void CheckAgainst(const Kind& kind, const T& thing, const std::vector<const T*>& left) {
+  void CheckAgainst(const Kind& kind, const T& thing, const T* match, const std::vector<const T*>& left) {
     for (const T* other : left) {
       std::string what;
       if constexpr (std::is_base_of_v<NumberedThing, T>) {
-        if (thing.number && thing.number == other->number) what = Concat("the number ", *thing.number);
+        if (thing.number && thing.number == other->number &&
+            (match == nullptr || match->number != thing.number))
+          what = Concat("the number ", *thing.number);
       }
       if constexpr (std::is_same_v<T, PlantCommand>) {
-        if (IsStandardCommand(thing.type_code) && thing.type_code == other->type_code)
+        if (IsStandardCommand(thing.type_code) && thing.type_code == other->type_code &&
+            (match == nullptr || match->type_code != thing.type_code))
           what = Concat("the type ", thing.type_code);
       }
       if (what.empty()) continue;

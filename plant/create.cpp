@@ -75,7 +75,7 @@ Applied CreatePlant(const PlantOptions& options, const PlantDescription* descrip
 
 void CreateDemoPlant(const PlantOptions& options, DateTime start) {
   std::vector<Problem> problems;
-  const PlantDescription demo = ParsePlantFile(SchemaSql("demo"), start, problems);
+  const PlantDescription demo = ParsePlantFile(SchemaSql("demo.toml"), start, problems);
   Plant plant(options, OpenMode::kCreate);
   if (plant.db.target() == SqlTarget::kNative) throw ToolError("the demo is for SQLite and PostgreSQL");
   Create(plant, &demo, start, true);

@@ -194,6 +194,7 @@ class Checker {
       for (const std::string& shift : *machine.shifts)
         CheckReference("machine", machine, "shifts", shift, plant_.shifts);
     }
+    CheckSource(machine);
     const bool none =
         machine.shifts ? machine.shifts->empty() && !machine.kept.contains("shifts") : plant_.shifts.empty();
     if (none && !partly_) Add(machine, Concat("the machine ", Quoted(machine.name), " has no shift"));

@@ -94,7 +94,7 @@ int Apply(const PlantOptions& options, const Options& apply) {
 }
 
 int Show(const PlantOptions& options) {
-  Plant plant(options);
+  Plant plant(options, OpenMode::kReadOnly);
   std::cout << WritePlantFile(DescribePlant(plant));
   return 0;
 }
