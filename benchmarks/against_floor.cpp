@@ -72,7 +72,7 @@ class Recorder {
       case test::EngineCall::kRollback: return {Action::kRollback, {}, {}};
       case test::EngineCall::kStatement: break;
     }
-    floor_program::Step step{Action::kStatement, std::string(sql), {}};
+    floor_program::Step step{watch_.deferred ? Action::kDeferred : Action::kStatement, std::string(sql), {}};
     for (const Value& value : watch_.parameters) step.parameters.push_back(ParameterOf(value));
     if (!watch_.key_column.empty() && returns_keys_) Append(step.sql, " RETURNING ", watch_.key_column);
     return step;
@@ -89,7 +89,7 @@ class Comparison {
   Comparison(const Ground& ground, MasterPlant& master)
       : ground_(ground),
         master_(master),
-        recorded_(master.MakeCopy("Normal")),
+        recorded_(master.MakeCopy()),
         measured_(master.MakeCopy()),
         replayed_(master.MakeCopy()),
         recorder_(recorded_.connection, ground.server != nullptr),

@@ -43,7 +43,9 @@ double NanosecondsOf(Call call) {
 void MeasureComCalls(Report& report) {
   TellProgress("calls through COM");
   const Host before = ProcessHost();
-  ProcessHost().open_engine = [](const ConnectionString&, const Waiting&) { return std::make_unique<IdleEngine>(); };
+  ProcessHost().open_engine = [](const ConnectionString&, const Waiting&) {
+    return std::make_unique<IdleEngine>();
+  };
   Session session;
   test::Component component;
   std::string error;

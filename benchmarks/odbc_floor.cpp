@@ -30,6 +30,7 @@ class Odbc {
   void Run(const Step& step) {
     Planned& planned = planned_[next_++];
     switch (step.action) {
+      case Action::kDeferred:
       case Action::kStatement: Execute(step, planned); break;
       case Action::kBegin: SetManualCommit(true); break;
       case Action::kCommit:

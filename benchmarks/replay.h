@@ -23,7 +23,8 @@ struct Moment {
 };
 using Parameter = std::variant<std::monostate, std::int64_t, double, std::string, Moment>;
 
-enum class Action : char { kStatement = 'S', kBegin = 'B', kCommit = 'C', kRollback = 'R' };
+// A deferred statement commits by itself, without waiting for the disk.
+enum class Action : char { kStatement = 'S', kDeferred = 'D', kBegin = 'B', kCommit = 'C', kRollback = 'R' };
 
 struct Step {
   Action action = Action::kStatement;

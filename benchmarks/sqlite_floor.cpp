@@ -17,7 +17,7 @@ class Sqlite {
                           nullptr));
     for (const std::string& pragma :
          {std::string("journal_mode = WAL"), "synchronous = " + arguments.at(1)}) {
-      Check(sqlite3_exec(handle_, ("PRAGMA " + pragma).c_str(), nullptr, nullptr, nullptr));
+      SetPragma(pragma);
     }
     begin_ = Statement("BEGIN IMMEDIATE");
     commit_ = Statement("COMMIT");
@@ -27,6 +27,7 @@ class Sqlite {
   void Prepare(const Step& step) {
     sqlite3_stmt* statement = nullptr;
     switch (step.action) {
+      case Action::kDeferred:
       case Action::kStatement: statement = Statement(step.sql); break;
       case Action::kBegin: statement = begin_; break;
       case Action::kCommit: statement = commit_; break;
@@ -38,6 +39,7 @@ class Sqlite {
   // Steps come in the order in which they were prepared.
   void Run(const Step& step) {
     sqlite3_stmt* const statement = planned_[next_++];
+    if (step.action == Action::kDeferred) SetPragma("synchronous = NORMAL");
     int index = 0;
     for (const Parameter& parameter : step.parameters) {
       ++index;
@@ -57,6 +59,7 @@ class Sqlite {
     for (; result == SQLITE_ROW; result = sqlite3_step(statement)) ReadRow(statement);
     if (result != SQLITE_DONE) Check(result);
     sqlite3_reset(statement);
+    if (step.action == Action::kDeferred) SetPragma("synchronous = FULL");
   }
 
   void Forget() {
@@ -65,6 +68,9 @@ class Sqlite {
   }
 
  private:
+  void SetPragma(const std::string& pragma) {
+    Check(sqlite3_exec(handle_, ("PRAGMA " + pragma).c_str(), nullptr, nullptr, nullptr));
+  }
   void Check(int result) {
     if (result != SQLITE_OK) throw std::runtime_error(sqlite3_errmsg(handle_));
   }

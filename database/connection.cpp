@@ -27,11 +27,12 @@ Engine& Connection::ReadyEngine() const {
   return ready;
 }
 
-Rows Connection::Execute(std::string_view sql) {
+Rows Connection::Execute(std::string_view sql,
+                         Rows (Engine::*run)(std::string_view, std::span<const Value>)) {
   Engine& ready = ReadyEngine();
-  if (ready.target() == SqlTarget::kNative) return ready.Execute(sql, {});
+  if (ready.target() == SqlTarget::kNative) return (ready.*run)(sql, {});
   const Statement& statement = translator_.Translate(sql, ready.target());
-  return ready.Execute(statement.text, statement.parameters);
+  return (ready.*run)(statement.text, statement.parameters);
 }
 
 Rows Connection::ExecuteDirect(std::string_view sql, std::span<const Value> parameters) {

@@ -30,7 +30,10 @@ class Connection {
   bool IsOpen() const { return engine_ != nullptr && engine_->IsAlive(); }
 
   // Runs one statement of a dialect, translated when the engine does not speak it.
-  Rows Execute(std::string_view sql);
+  Rows Execute(std::string_view sql) { return Execute(sql, &Engine::Execute); }
+  // The same by Engine::ExecuteDeferred, and whether that saves anything.
+  Rows ExecuteDeferred(std::string_view sql) { return Execute(sql, &Engine::ExecuteDeferred); }
+  bool DefersCommits() const { return engine().DefersCommits(); }
 
   // Runs one statement in the engine's own SQL; every `?` takes the next parameter.
   Rows ExecuteDirect(std::string_view sql, std::span<const Value> parameters = {});
@@ -55,6 +58,7 @@ class Connection {
   std::size_t LongestText() const { return engine().LongestText(); }
 
  private:
+  Rows Execute(std::string_view sql, Rows (Engine::*run)(std::string_view, std::span<const Value>));
   Engine& engine() const;
   // The engine, ready for a statement.
   Engine& ReadyEngine() const;

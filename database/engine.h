@@ -87,6 +87,15 @@ class Engine {
   // Runs one statement in the engine's own SQL; every `?` takes the next parameter.
   virtual Rows Execute(std::string_view sql, std::span<const Value> parameters) = 0;
 
+  // Whether ExecuteDeferred saves a wait for the disk.
+  virtual bool DefersCommits() const { return false; }
+
+  // Runs a statement outside a transaction whose commit may reach the disk together with the next one. A loss
+  // of power before that undoes it, and nothing older; it never undoes more than one such statement.
+  virtual Rows ExecuteDeferred(std::string_view sql, std::span<const Value> parameters) {
+    return Execute(sql, parameters);
+  }
+
   // Runs `sql`, an INSERT of one row into `table`, and returns the key that the database gave the row;
   // `key_column` is the key's name.
   virtual std::int64_t Insert(std::string_view sql, std::span<const Value> parameters, std::string_view table,

@@ -21,7 +21,7 @@ struct Options {
   std::string file;
   int open_flags = SQLITE_OPEN_READWRITE;
   milliseconds busy_timeout{200};
-  const char* synchronous = "PRAGMA synchronous = FULL";
+  bool synchronous = true;  // a commit waits for the disk
 };
 
 [[noreturn]] void ThrowBadValue(const ConnectionString::Entry& entry) {
@@ -52,11 +52,8 @@ Options ParseOptions(const ConnectionString& connection_string) {
     } else if (entry.keyword == "busy timeout") {
       options.busy_timeout = ParseTimeout(entry);
     } else if (entry.keyword == "synchronous") {
-      if (EqualsIgnoringCase(entry.value, "Normal")) {
-        options.synchronous = "PRAGMA synchronous = NORMAL";
-      } else if (!EqualsIgnoringCase(entry.value, "Full")) {
-        ThrowBadValue(entry);
-      }
+      options.synchronous = EqualsIgnoringCase(entry.value, "Full");
+      if (!options.synchronous && !EqualsIgnoringCase(entry.value, "Normal")) ThrowBadValue(entry);
     } else {
       throw DatabaseError("The connection string has a keyword that SQLite does not know: \"" +
                           entry.keyword + "\".");
@@ -101,8 +98,8 @@ class SqliteEngine final : public Engine {
     if (result != SQLITE_OK) Throw(result, {}, "cannot open \"" + options.file + "\": ");
     sqlite3_busy_handler(handle, &SqliteEngine::OnBusy, this);
     try {
+      SetSynchronous(options.synchronous);
       if ((options.open_flags & SQLITE_OPEN_READONLY) == 0) Execute("PRAGMA journal_mode = WAL", {});
-      Execute(options.synchronous, {});
     } catch (const DatabaseError& error) {
       throw DatabaseError("cannot open \"" + options.file + "\": " + error.description(), error.category(),
                           error.native_code());
@@ -114,8 +111,16 @@ class SqliteEngine final : public Engine {
   bool IsAlive() const override { return true; }
 
   // The write lock is taken at once, so that a locked database shows here and not in the middle of the work.
-  void Begin() override { Execute("BEGIN IMMEDIATE", {}); }
-  void Commit() override { Execute("COMMIT", {}); }
+  void Begin() override {
+    Execute("BEGIN IMMEDIATE", {});
+    changes_at_begin_ = sqlite3_total_changes64(handle_.get());
+  }
+  void Commit() override {
+    Execute("COMMIT", {});
+    if (sqlite3_total_changes64(handle_.get()) != changes_at_begin_) deferred_ = false;
+  }
+  bool DefersCommits() const override { return options_.synchronous; }
+  Rows ExecuteDeferred(std::string_view sql, std::span<const Value> parameters) override;
   void Rollback() override { Execute("ROLLBACK", {}); }
 
   Rows Execute(std::string_view sql, std::span<const Value> parameters) override;
@@ -135,10 +140,12 @@ class SqliteEngine final : public Engine {
   };
 
   static int OnBusy(void* self, int count) noexcept;
+  void SetSynchronous(bool synchronous);
   Prepared& Prepare(std::string_view sql);
   void Bind(sqlite3_stmt* statement, std::span<const Value> parameters, std::string_view sql);
   void DescribeColumns(Prepared& prepared);
   Rows Run(Prepared& prepared, std::string_view sql);
+  Rows ExecuteNow(std::string_view sql, std::span<const Value> parameters);
   [[noreturn]] void Throw(int result, std::string_view sql, const std::string& prefix = {});
 
   const Options options_;
@@ -146,6 +153,10 @@ class SqliteEngine final : public Engine {
   std::unique_ptr<sqlite3, HandleCloser> handle_;
   // Statements by their text. Texts are few: their literals come as parameters.
   std::unordered_map<std::string, Prepared, TextHash, std::equal_to<>> statements_;
+  bool synchronous_now_ = false;
+  // The last commit that changed anything may not be on the disk yet.
+  bool deferred_ = false;
+  std::int64_t changes_at_begin_ = 0;
   milliseconds busy_limit_{};
   std::chrono::steady_clock::time_point busy_since_;
 };
@@ -269,7 +280,34 @@ Rows SqliteEngine::Run(Prepared& prepared, std::string_view sql) {
   return rows;
 }
 
+// SQLite sets it while it compiles the statement.
+void SqliteEngine::SetSynchronous(bool synchronous) {
+  busy_limit_ = kWaitOutsideTransaction;
+  const int result =
+      sqlite3_exec(handle_.get(), synchronous ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL",
+                   nullptr, nullptr, nullptr);
+  if (result != SQLITE_OK) Throw(result, {});
+  synchronous_now_ = synchronous;
+}
+
+// The journal is written in order and read up to its first gap: the next commit's synchronisation is this
+// one's, too.
+Rows SqliteEngine::ExecuteDeferred(std::string_view sql, std::span<const Value> parameters) {
+  if (!options_.synchronous || deferred_ || InTransaction()) return Execute(sql, parameters);
+  SetSynchronous(false);
+  Rows rows = ExecuteNow(sql, parameters);
+  deferred_ = rows.affected > 0;
+  return rows;
+}
+
 Rows SqliteEngine::Execute(std::string_view sql, std::span<const Value> parameters) {
+  if (synchronous_now_ != options_.synchronous) SetSynchronous(options_.synchronous);
+  Rows rows = ExecuteNow(sql, parameters);
+  if (rows.affected > 0 && !InTransaction()) deferred_ = false;
+  return rows;
+}
+
+Rows SqliteEngine::ExecuteNow(std::string_view sql, std::span<const Value> parameters) {
   const bool begins = sql.starts_with("BEGIN");
   busy_limit_ = begins || InTransaction() ? options_.busy_timeout : kWaitOutsideTransaction;
   Prepared& prepared = Prepare(sql);

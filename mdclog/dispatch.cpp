@@ -96,6 +96,32 @@ void Apply(Session& session, const MdcLogItem& item, std::string& error) {
   kRoutes[static_cast<std::size_t>(event - kxdata7::kEvents.data())].handler(session, item, error);
 }
 
+// False when nothing waits or it cannot be told.
+bool OthersWaitBehind(Session& session, std::int32_t log_id) {
+  try {
+    return !GetScalarText(session,
+                          Concat("select MIN(MDC_LOG_ID) from T_SFC_MDC_LOG where MDC_LOG_ID > ", log_id))
+                .empty();
+  } catch (const DatabaseError&) {
+    return false;
+  }
+}
+
+// While others wait behind the row, its delete goes to the disk with the next event's commit: until then a
+// loss of power repeats that one event, as it would before the delete. It is asked where asking is cheap.
+bool DeleteRow(Session& session, std::int32_t log_id) {
+  const std::string sql = Concat("delete from T_SFC_MDC_LOG where MDC_LOG_ID = ", log_id);
+  if (!session.connection.DefersCommits() || !OthersWaitBehind(session, log_id)) {
+    return TryExecuteSql(session, sql);
+  }
+  try {
+    session.connection.ExecuteDeferred(sql);
+    return true;
+  } catch (const DatabaseError&) {
+    return false;
+  }
+}
+
 bool DoNextItem(Session& session, std::string& error) {
   RequireKnownDialect(session);
   const Recordset head =
@@ -104,8 +130,7 @@ bool DoNextItem(Session& session, std::string& error) {
   if (head.RecordCount() == 0) return false;
   Apply(session, ReadItem(head), error);
   // The handler's result does not count: only the error text keeps a row.
-  return error.empty() && TryExecuteSql(session, Concat("delete from T_SFC_MDC_LOG where MDC_LOG_ID = ",
-                                                        head.Fields("MDC_LOG_ID").ToInt32()));
+  return error.empty() && DeleteRow(session, head.Fields("MDC_LOG_ID").ToInt32());
 }
 
 }  // namespace

@@ -13,6 +13,11 @@ class WatchedEngine : public Engine {
     Pass(EngineCall::kStatement, sql, parameters);
     return engine_->Execute(sql, parameters);
   }
+  bool DefersCommits() const override { return engine_->DefersCommits(); }
+  Rows ExecuteDeferred(std::string_view sql, std::span<const Value> parameters) override {
+    Pass(EngineCall::kStatement, sql, parameters, {}, true);
+    return engine_->ExecuteDeferred(sql, parameters);
+  }
   std::int64_t Insert(std::string_view sql, std::span<const Value> parameters, std::string_view table,
                       std::string_view key_column) override {
     Pass(EngineCall::kStatement, sql, parameters, key_column);
@@ -39,10 +44,11 @@ class WatchedEngine : public Engine {
 
  private:
   void Pass(EngineCall call, std::string_view sql, std::span<const Value> parameters = {},
-            std::string_view key_column = {}) {
+            std::string_view key_column = {}, bool deferred = false) {
     ++watch_.calls;
     watch_.parameters = parameters;
     watch_.key_column = key_column;
+    watch_.deferred = deferred;
     if (watch_.before && !lost_) watch_.before(call, sql);
     if (watch_.link_lost) {
       lost_ = true;

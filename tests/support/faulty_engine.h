@@ -22,6 +22,7 @@ struct EngineWatch {
   // While `before` runs for a statement: its parameters, and the key's name when its new key is asked for.
   std::span<const Value> parameters;
   std::string_view key_column;
+  bool deferred = false;  // it may reach the disk with the next commit
   std::function<void()> after_commit;
   // The clock that engines wait by, in the component's way. Without one they really wait.
   std::function<std::chrono::steady_clock::time_point()> clock;

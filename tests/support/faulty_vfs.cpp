@@ -3,7 +3,9 @@
 #include <sqlite3.h>
 
 #include <csignal>
+#include <filesystem>
 #include <new>
+#include <string>
 
 namespace kx::test {
 namespace {
@@ -14,6 +16,8 @@ struct Faults {
   std::int64_t space = -1;  // bytes; -1: without end
   bool failed = false;
   bool kills = false;
+  bool keeps_synced = false;
+  int syncs = 0;
 
   bool Fail() {
     if (failed && for_good) return true;
@@ -28,6 +32,7 @@ sqlite3_vfs* real_vfs = nullptr;
 
 // A file of the real file system behind SQLite's handle for it.
 struct File : sqlite3_file {
+  const char* name;
   sqlite3_file* real() { return reinterpret_cast<sqlite3_file*>(this + 1); }
 };
 
@@ -59,13 +64,24 @@ int Write(sqlite3_file* file, const void* data, int size, sqlite3_int64 offset) 
   return real->pMethods->xWrite(real, data, size, offset);
 }
 
+int Sync(sqlite3_file* file, int flags) {
+  if (faults.Fail()) return SQLITE_IOERR_FSYNC;
+  ++faults.syncs;
+  const int result = Real(file)->pMethods->xSync(Real(file), flags);
+  if (faults.keeps_synced) {
+    const std::string name = static_cast<File*>(file)->name;
+    std::filesystem::copy_file(name, name + ".synced", std::filesystem::copy_options::overwrite_existing);
+  }
+  return result;
+}
+
 const sqlite3_io_methods kMethods = {
     .iVersion = 2,
     .xClose = KX_PASS(xClose),
     .xRead = KX_FAIL(xRead, SQLITE_IOERR_READ),
     .xWrite = Write,
     .xTruncate = KX_FAIL(xTruncate, SQLITE_IOERR_TRUNCATE),
-    .xSync = KX_FAIL(xSync, SQLITE_IOERR_FSYNC),
+    .xSync = Sync,
     .xFileSize = KX_FAIL(xFileSize, SQLITE_IOERR_FSTAT),
     .xLock = KX_PASS(xLock),
     .xUnlock = KX_PASS(xUnlock),
@@ -83,6 +99,7 @@ const sqlite3_io_methods kMethods = {
 
 int Open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* out_flags) {
   file->pMethods = nullptr;
+  static_cast<File*>(file)->name = name;
   if (faults.Fail()) return SQLITE_CANTOPEN;
   sqlite3_file* const real = static_cast<File*>(file)->real();
   real->pMethods = nullptr;
@@ -114,7 +131,13 @@ FaultyVfs::~FaultyVfs() {
 void FaultyVfs::FailNth(int n, bool for_good) { faults = {.calls_left = n, .for_good = for_good}; }
 void FaultyVfs::KillAtNth(int n) { faults = {.calls_left = n, .kills = true}; }
 void FaultyVfs::LeaveSpace(std::int64_t bytes) { faults = {.space = bytes}; }
-void FaultyVfs::Heal() { faults.calls_left = 0, faults.for_good = false, faults.space = -1; }
+void FaultyVfs::KeepSyncedAndFailNth(int n) {
+  faults = {.calls_left = n, .for_good = true, .keeps_synced = true};
+}
+int FaultyVfs::syncs() const { return faults.syncs; }
+void FaultyVfs::Heal() {
+  faults.calls_left = 0, faults.for_good = false, faults.space = -1, faults.keeps_synced = false;
+}
 bool FaultyVfs::failed() const { return faults.failed; }
 
 }  // namespace kx::test

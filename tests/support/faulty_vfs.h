@@ -21,6 +21,9 @@ class FaultyVfs {
   void KillAtNth(int n);
   // The files may grow by so many bytes altogether, then the disk is full.
   void LeaveSpace(std::int64_t bytes);
+  // As FailNth for good; until healed, what a file's sync has put on the disk stands in NAME.synced.
+  void KeepSyncedAndFailNth(int n);
+  int syncs() const;  // since the last of these calls
   void Heal();
 
   bool failed() const;
