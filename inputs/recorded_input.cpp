@@ -1,20 +1,38 @@
 #include "inputs/recorded_input.h"
 
+#include <algorithm>
 #include <charconv>
-#include <functional>
+#include <cstdlib>
 
+#include "database/text.h"
 #include "plant/plant.h"
-#include "plant/platform.h"
 
 namespace kx::tool {
+
+bool ReadBoundedLine(std::istream& input, std::string& line, bool& whole) {
+  line.clear();
+  whole = true;
+  std::streambuf& buffer = *input.rdbuf();
+  constexpr int kEnd = std::char_traits<char>::eof();
+  int c = buffer.sbumpc();
+  if (c == kEnd) return false;
+  for (; c != kEnd && c != '\n'; c = buffer.sbumpc()) {
+    whole = line.size() < kLongestLine;
+    if (whole) line += static_cast<char>(c);
+  }
+  return true;
+}
+
 namespace {
 
 // Hands every line that is to be read to `read`; a ToolError of it is that line's.
 void ForEachLine(std::istream& input, char comment, Recording& recording,
                  const std::function<void(std::string_view, std::size_t)>& read) {
   std::string line;
-  for (std::size_t number = 1; std::getline(input, line); ++number) {
+  bool whole = true;
+  for (std::size_t number = 1; ReadBoundedLine(input, line, whole); ++number) {
     std::string_view text = line;
+    if (!whole) recording.bad_lines.push_back({number, "the line is too long; its end is left out"});
     if (number == 1 && text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
     if (text.ends_with('\r')) text.remove_suffix(1);
     if (text.empty() || text.front() == comment) continue;
@@ -90,89 +108,6 @@ class CsvReader {
   std::vector<std::string> columns_;
 };
 
-// What an adapter reported last.
-class ShdrReader {
- public:
-  explicit ShdrReader(std::vector<RecordedEvent>& events) : events_(events) {}
-
-  void Read(std::string_view line, std::size_t number) {
-    const Report report = Parse(line);
-    const auto emit = [&](NamedEvent event, std::string param = {}) {
-      events_.push_back({number, report.time, event, std::move(param), std::nullopt});
-    };
-    // In the order in which things happen on a machine when one line tells several.
-    const bool was_active = execution_ == "ACTIVE";
-    const bool is_active = report.execution.value_or(execution_) == "ACTIVE";
-    if (was_active && !is_active && !report.opening) emit(event::kCycleEnd);
-    if (report.part_count) {
-      const auto rise = part_count_ ? std::int64_t{*report.part_count} - *part_count_ : 0;
-      if (rise > 0 && !report.opening) emit(event::kGoodCount, std::to_string(rise));
-      part_count_ = report.part_count;
-    }
-    if (report.stop && *report.stop != stop_) {
-      if (*report.stop == "ARMED" && stop_ == "TRIGGERED" && !report.opening)
-        emit(event::kMachineDowntimeEnd);
-      if (*report.stop == "TRIGGERED" && !report.opening) emit(event::kMachineDowntimeStart);
-      stop_ = *report.stop;
-    }
-    if (report.program && *report.program != program_) {
-      program_ = *report.program;
-      emit(event::kPartStart, program_);
-    }
-    if (is_active && !was_active && !report.opening) emit(event::kCycleStart);
-    if (report.execution) execution_ = *report.execution;
-  }
-
- private:
-  struct Report {
-    DateTime time;
-    bool opening = false;
-    std::optional<std::string> execution, program, stop;
-    std::optional<std::int32_t> part_count;
-  };
-
-  static Report Parse(std::string_view line) {
-    const auto next = [&line] {
-      const std::string_view field = line.substr(0, line.find('|'));
-      line = field.size() == line.size() ? std::string_view() : line.substr(field.size() + 1);
-      return field;
-    };
-    Report report;
-    const bool has_pairs = line.find('|') != std::string_view::npos;
-    report.time = ParseRecordedTime(next());
-    if (!has_pairs) throw ToolError("a key and its value are missing");
-    while (!line.empty()) {
-      const bool has_value = line.find('|') != std::string_view::npos;
-      const std::string_view key = next();
-      if (!has_value) throw ToolError("the key \"" + std::string(key) + "\" has no value");
-      ReadPair(key, next(), report);
-    }
-    return report;
-  }
-
-  static void ReadPair(std::string_view key, std::string_view value, Report& report) {
-    const bool known = !value.empty() && value != "UNAVAILABLE";
-    if (key.ends_with("avail")) {
-      report.opening = true;
-    } else if (key.ends_with("execution")) {
-      report.execution = value;
-    } else if (key.ends_with("program") && known) {
-      report.program = value;
-    } else if (key.ends_with("estop") && known) {
-      report.stop = value;
-    } else if ((key.ends_with("partcount") || key.ends_with("part_count")) && known) {
-      report.part_count = ParseWhole(value);
-      if (!report.part_count) throw ToolError("\"" + std::string(value) + "\" is no part count");
-    }
-  }
-
-  std::vector<RecordedEvent>& events_;
-  std::string execution_;
-  std::string program_;
-  std::string stop_;
-  std::optional<std::int32_t> part_count_;
-};
-
 }  // namespace
 
 Recording ReadCsv(std::istream& input) {
@@ -185,25 +120,105 @@ Recording ReadCsv(std::istream& input) {
       reader.emplace(text);
     }
   });
+  std::ranges::stable_sort(recording.events, {}, &RecordedEvent::time);
   if (!reader) {
     throw ToolError(recording.bad_lines.empty() ? "the file is empty" : recording.bad_lines.front().reason);
   }
   return recording;
 }
 
-Recording ReadShdr(std::istream& input) {
+MachineReader::MachineReader(const Mapping& mapping, Notices::Sink sink)
+    : notices_(std::move(sink)), reader_(mapping, notices_), state_(mapping) {}
+
+NamedValues MachineReader::Save() const {
+  NamedValues values;
+  reader_.Save(values);
+  state_.Save(values);
+  if (last_moment) values["moment"] = std::to_string(last_moment->time_since_epoch().count());
+  if (last_time) values["time"] = last_time->ToText();
+  return values;
+}
+
+void MachineReader::Load(const NamedValues& values) {
+  reader_.Load(values);
+  state_.Load(values);
+  if (const auto moment = values.find("moment"); moment != values.end())
+    last_moment = Moment(std::chrono::microseconds(std::atoll(moment->second.c_str())));
+  if (const auto time = values.find("time"); time != values.end()) last_time = DateTime::Parse(time->second);
+}
+
+Recording ReadShdr(std::istream& input, const ShdrOptions& options) {
   Recording recording;
-  ShdrReader reader(recording.events);
-  ForEachLine(input, '*', recording,
-              [&](std::string_view text, std::size_t line) { reader.Read(text, line); });
+  std::size_t line = 0;
+  MachineReader machine(options.mapping, [&](Notices::Kind kind, const std::string& text) {
+    (kind == Notices::Kind::kNote ? recording.notes : recording.bad_lines).push_back({line, text});
+  });
+  machine.Load(options.state);
+  std::vector<std::pair<std::size_t, Report>> reports;
+  RecordedSection section(options.machine);
+  ForEachLine(input, '\0', recording, [&](std::string_view text, std::size_t number) {
+    line = number;
+    if (!section.Holds(text)) return;
+    for (Report& report : machine.Read(text, section.arrival()))
+      reports.emplace_back(number, std::move(report));
+  });
+  // A recording may hold sections that are not in the order of time.
+  std::ranges::stable_sort(reports, {}, [](const auto& report) { return report.second.moment; });
+  for (auto& [number, report] : reports) {
+    line = number;
+    try {
+      if (options.admit) report.time = options.admit(report);
+    } catch (const ToolError& error) {
+      recording.bad_lines.push_back({number, error.what()});
+      continue;
+    }
+    for (MachineEvent& event : machine.Apply(report))
+      recording.events.push_back({number, event.time, event.event, std::move(event.param), std::nullopt});
+  }
+  recording.state = machine.Save();
+  recording.taken = machine.reader().Taken();
+  recording.keys_seen = machine.reader().KeysSeen();
   return recording;
 }
 
+std::string RecordedSection::Head(std::int32_t machine_id, Moment arrival) {
+  const auto micros = arrival.time_since_epoch().count();
+  const DateTime seconds{
+      std::chrono::local_seconds(std::chrono::floor<std::chrono::seconds>(arrival).time_since_epoch())};
+  return Concat("* from machine ", machine_id, " at ", seconds.Format("yyyy-MM-ddThh:mm:ss"), ".",
+                std::to_string(1'000'000 + micros % 1'000'000).substr(1), "Z");
+}
+
+bool RecordedSection::Holds(std::string_view line) {
+  constexpr std::string_view kHead = "* from machine ";
+  if (!line.starts_with(kHead)) return holds_;
+  const std::string_view rest = line.substr(kHead.size());
+  const std::size_t at = rest.find(" at ");
+  if (at == std::string_view::npos) return holds_;
+  holds_ = !machine_ || ParseWhole(rest.substr(0, at)) == machine_;
+  bool offset_given = false;
+  arrival_ = ParseMoment(rest.substr(at + 4), offset_given);
+  return false;
+}
+
+InputForm FormOf(std::string_view text) {
+  while (!text.empty()) {
+    std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(text.size(), line.size() + 1));
+    if (line.starts_with("\xEF\xBB\xBF")) line.remove_prefix(3);
+    while (line.ends_with('\r') || line.ends_with(' ')) line.remove_suffix(1);
+    if (line.empty() || line.front() == '#') continue;
+    if (line.front() == '*' || line.front() == '@') return InputForm::kShdr;
+    return line.find('|') == std::string_view::npos ? InputForm::kCsv : InputForm::kShdr;
+  }
+  return InputForm::kCsv;
+}
+
 DateTime ParseRecordedTime(std::string_view text) {
-  const bool utc = text.ends_with('Z');
-  const auto time = DateTime::Parse(utc ? text.substr(0, text.size() - 1) : text);
-  if (!time) throw ToolError("\"" + std::string(text) + "\" is no date and time");
-  return utc ? PlantTime(time->time().time_since_epoch().count()) : *time;
+  bool offset_given = false;
+  const auto moment = ParseMoment(text, offset_given);
+  if (!moment) throw ToolError("\"" + std::string(text) + "\" is no date and time");
+  return ToPlantTime(*moment, !offset_given);
 }
 
 }  // namespace kx::tool

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <istream>
 #include <optional>
 #include <string>
@@ -9,6 +10,8 @@
 #include <vector>
 
 #include "database/date_time.h"
+#include "inputs/machine_state.h"
+#include "inputs/shdr_line.h"
 #include "plant/events.h"
 
 namespace kx::tool {
@@ -29,8 +32,13 @@ struct BadLine {
 };
 
 struct Recording {
-  std::vector<RecordedEvent> events;  // in the order of the input
+  std::vector<RecordedEvent> events;  // those of a machine in the order of time
   std::vector<BadLine> bad_lines;
+  std::vector<BadLine> notes;  // what is worth knowing, and no reason to refuse a line
+  // Of adapter lines: what the machine told last, which keys were taken, and those seen.
+  NamedValues state;
+  std::string taken;
+  std::string keys_seen;
 };
 
 // Comma-separated lines, one event each; a field may stand in double quotes, with quotes inside doubled. The
@@ -38,16 +46,71 @@ struct Recording {
 // lines that begin with # are skipped. A ToolError when the first line does not name the columns.
 Recording ReadCsv(std::istream& input);
 
-// Lines `time|key|value|key|value…` of an adapter, one a change; only changes are events. Keys count by their
-// ending: execution (ACTIVE is a cycle start, leaving it a cycle end), program (a new one is a part start),
-// partcount or part_count (a rise is that many good parts), estop (TRIGGERED and ARMED are a machine
-// downtime's start and end); other keys are ignored. A line with avail is the adapter's opening report: it
-// gives starting values, and only its program is an event. Empty lines and lines that begin with * are
-// skipped.
-Recording ReadShdr(std::istream& input);
+// One machine's adapter lines and what becomes of them: its reader, its state, and how far it has come.
+class MachineReader {
+ public:
+  MachineReader(const Mapping& mapping, Notices::Sink sink);
+  MachineReader(const MachineReader&) = delete;
+  MachineReader& operator=(const MachineReader&) = delete;
 
-// The plant time of a text: as it stands, or with a Z at its end from UTC by the time zone of the process.
-// Fractions of a second are dropped. A ToolError when it is no date and time.
+  std::vector<Report> Read(std::string_view line, std::optional<Moment> arrival, bool opening = false) {
+    return reader_.Read(line, arrival, opening);
+  }
+  std::vector<MachineEvent> Apply(const Report& report) {
+    last_moment = report.moment;
+    last_time = report.time;
+    return state_.Apply(report, notices_);
+  }
+  NamedValues Save() const;
+  void Load(const NamedValues& values);
+
+  ShdrReader& reader() { return reader_; }
+  Notices& notices() { return notices_; }
+
+  std::optional<Moment> last_moment;  // of the last report that was taken
+  std::optional<DateTime> last_time;
+
+ private:
+  Notices notices_;
+  ShdrReader reader_;
+  MachineState state_;
+};
+
+struct ShdrOptions {
+  Mapping mapping;
+  NamedValues state;                    // the machine's, of before
+  std::optional<std::int32_t> machine;  // whose sections are read of a recording of several
+  // Returns the time under which a report is taken; a ToolError for one that is not.
+  std::function<DateTime(const Report&)> admit;
+};
+
+// Lines of an adapter, put in the order of time.
+Recording ReadShdr(std::istream& input, const ShdrOptions& options = {});
+
+// Where a recording of several machines changes from one to the other: lines "* from machine 3 at MOMENT".
+class RecordedSection {
+ public:
+  explicit RecordedSection(std::optional<std::int32_t> machine) : machine_(machine) {}
+  static std::string Head(std::int32_t machine_id, Moment arrival);
+  // Whether the machine's lines are read here; not the head itself.
+  bool Holds(std::string_view line);
+  std::optional<Moment> arrival() const { return arrival_; }
+
+ private:
+  const std::optional<std::int32_t> machine_;
+  bool holds_ = true;
+  std::optional<Moment> arrival_;
+};
+
+enum class InputForm { kCsv, kShdr };
+// The form of a recording by its first lines.
+InputForm FormOf(std::string_view text);
+
+// Reads a line, kLongestLine bytes of it at most; `whole` tells whether that is all. False: there is none.
+bool ReadBoundedLine(std::istream& input, std::string& line, bool& whole);
+
+// The plant time of a text: as it stands, or with a Z or an offset at its end by the time zone of the
+// process. Fractions of a second are dropped. A ToolError when it is no date and time.
 DateTime ParseRecordedTime(std::string_view text);
 
 }  // namespace kx::tool

@@ -153,6 +153,19 @@ DateTime PlantTime(std::time_t seconds) {
                   static_cast<unsigned>(local.tm_mday), local.tm_hour, local.tm_min, local.tm_sec);
 }
 
+DateTime DatabaseTime(Plant& plant, std::int32_t dialect) {
+  constexpr std::array kNative = {"select sysdate from dual", "select now()", "select getdate()"};
+  const auto sql = [&] {
+    switch (plant.db.target()) {
+      case SqlTarget::kSqlite: return "select datetime('now', 'localtime')";
+      case SqlTarget::kPostgres: return "select localtimestamp(0)";
+      case SqlTarget::kNative: break;
+    }
+    return kNative.at(static_cast<std::size_t>(dialect));
+  };
+  return plant.Run(sql()).at(0, 0).ToDateTime();
+}
+
 void RequirePlainText(std::string_view text) {
   if (text.find('\'') != std::string_view::npos) throw ToolError("a text must hold no apostrophe");
   if (text.find('\0') != std::string_view::npos) throw ToolError("a text must hold no NUL character");

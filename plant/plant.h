@@ -94,6 +94,9 @@ std::int32_t AddMachine(Plant& plant, const NewMachine& machine, DateTime start)
 // The plant time of seconds since 1970, by the time zone of the process.
 DateTime PlantTime(std::time_t seconds);
 
+// The clock of the plant's database.
+DateTime DatabaseTime(Plant& plant, std::int32_t dialect);
+
 // Raises a ToolError for a text that no statement can carry: an apostrophe, a NUL, no UTF-8.
 void RequirePlainText(std::string_view text);
 

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <time.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "database/sql_script.h"
@@ -30,9 +31,11 @@ std::string Csv(const std::string& text) {
   return Describe(ReadCsv(input));
 }
 
-std::string Shdr(const std::string& text) {
+std::string Shdr(const std::string& text, const char* mapping = "") {
   std::istringstream input(text);
-  return Describe(ReadShdr(input));
+  ShdrOptions options;
+  options.mapping = Mapping::Parse(mapping);
+  return Describe(ReadShdr(input, options));
 }
 
 TEST(CsvInput, ReadsColumnsInAnyOrderWithQuotesCommentsAndEitherLineEnd) {
@@ -41,10 +44,10 @@ TEST(CsvInput, ReadsColumnsInAnyOrderWithQuotesCommentsAndEitherLineEnd) {
                 "\n"
                 "3,part start,\"P \"\"A\"\", 7\",2026-01-12 06:00:00\r\n"
                 ",scrap,5.17,2026-01-12T06:00:01.999\n"
-                "4,custom 12 start,,2026-01-12 06:00"),
+                "4,custom 12 start,,2026-01-12 06:01"),
             "4 06:00:00 part start @3 <P \"A\", 7>\n"
             "5 06:00:01 scrap <5.17>\n"
-            "6 06:00:00 custom 12 start @4\n");
+            "6 06:01:00 custom 12 start @4\n");
 }
 
 TEST(CsvInput, ReportsBadLinesAndGoesOn) {
@@ -75,60 +78,193 @@ TEST(CsvInput, NeedsAFirstLineThatNamesTheColumns) {
 TEST(ShdrInput, TurnsChangesIntoEvents) {
   EXPECT_EQ(Shdr("* PONG 10000\n"
                  "2026-01-12T06:00:00.1|pexecution|ACTIVE|load|12\n"
-                 "2026-01-12T06:00:01.9|Xload|13|pexecution|ACTIVE\n"
-                 "2026-01-12T06:01:00|execution|READY|part_count|3\n"
-                 "2026-01-12T06:01:01|part_count|5\n"
-                 "2026-01-12T06:01:02|part_count|0|estop|ARMED\n"
-                 "2026-01-12T06:01:03|ppartcount|1|pestop|TRIGGERED\n"
+                 "2026-01-12T06:00:01.9|Xload|13|pexecution|active\n"
+                 "2026-01-12T06:01:00|pexecution|READY|part_count|3|target_part_count|9\n"
+                 "2026-01-12T06:01:01|part_count|5|subprogram|S\n"
+                 "2026-01-12T06:01:02|part_count|0:DAY|estop|ARMED\n"
+                 "2026-01-12T06:01:03|part_count|1|estop|TRIGGERED\n"
                  "2026-01-12T06:01:04|estop|ARMED\n"
-                 "2026-01-12T06:01:05|program|UNAVAILABLE|p1program|\n"
+                 "2026-01-12T06:01:05|program|Unavailable\n"
                  "2026-01-12T06:01:06|program|A\n"
-                 "2026-01-12T06:01:07|program|A\n"),
+                 "2026-01-12T06:01:07|program|A|fmode|SETUP\n"
+                 "2026-01-12T06:01:08|fmode|TEARDOWN\n"
+                 "2026-01-12T06:01:09|part_count|599999\n"
+                 "2026-01-12T06:01:10|part_count|1\n"
+                 "2026-01-12T06:01:11|part_count|2\n"),
             "2 06:00:00 cycle start\n"
             "4 06:01:00 cycle end\n"
             "5 06:01:01 good <2>\n"
             "7 06:01:03 good <1>\n"
             "7 06:01:03 machine downtime start\n"
             "8 06:01:04 machine downtime end\n"
-            "10 06:01:06 part start <A>\n");
+            "10 06:01:06 part start <A>\n"
+            "11 06:01:07 setup start\n"
+            "12 06:01:08 setup end\n"
+            "12 06:01:08 teardown start\n"
+            "15 06:01:11 good <1>\n");
 }
 
-// A part must start before the cycle that makes it, and a count belongs to the part before.
+// A part must start before the cycle that makes it, and a count belongs to the part before, unless it moves
+// with the program and no cycle ran.
 TEST(ShdrInput, OrdersWhatOneLineTells) {
   EXPECT_EQ(Shdr("2026-01-12T06:00:00|partcount|0|execution|READY\n"
                  "2026-01-12T06:00:01|execution|ACTIVE|program|A\n"
-                 "2026-01-12T06:00:02|program|B|partcount|1|execution|STOPPED\n"),
+                 "2026-01-12T06:00:02|program|B|partcount|1|execution|STOPPED\n"
+                 "2026-01-12T06:00:03|program|C|partcount|7\n"),
             "2 06:00:01 part start <A>\n"
             "2 06:00:01 cycle start\n"
             "3 06:00:02 cycle end\n"
             "3 06:00:02 good <1>\n"
-            "3 06:00:02 part start <B>\n");
+            "3 06:00:02 part start <B>\n"
+            "4 06:00:03 part start <C>\n");
 }
 
-TEST(ShdrInput, TakesStartingValuesFromAnOpeningLine) {
+TEST(ShdrInput, TakesStartingValuesFromAnOpeningLineAndComparesLaterOnes) {
   EXPECT_EQ(
       Shdr("2026-01-12T06:00:00|avail|AVAILABLE|execution|ACTIVE|program|A|partcount|7|estop|TRIGGERED\n"
            "2026-01-12T06:00:01|partcount|8|execution|READY\n"
-           "2026-01-12T06:00:02|avail|AVAILABLE|program|A|partcount|20\n"
-           "2026-01-12T06:00:03|estop|ARMED\n"),
+           "2026-01-12T06:00:02|avail|AVAILABLE|program|A|partcount|10\n"
+           "2026-01-12T06:00:03|estop|ARMED|execution|ACTIVE\n"
+           "2026-01-12T06:00:04|avail|UNAVAILABLE|execution|unavailable\n"),
       "1 06:00:00 part start <A>\n"
       "2 06:00:01 cycle end\n"
       "2 06:00:01 good <1>\n"
-      "4 06:00:03 machine downtime end\n");
+      "3 06:00:02 good <2>\n"
+      "4 06:00:03 machine downtime end\n"
+      "4 06:00:03 cycle start\n"
+      "5 06:00:04 cycle end\n");
 }
 
-TEST(ShdrInput, ReportsBadLinesAndLeavesThemOut) {
+TEST(ShdrInput, GoesOnAfterAPauseAsTheMappingSays) {
+  const std::string pauses =
+      "2026-01-12T06:00:00|program|A|execution|ACTIVE\n"
+      "2026-01-12T06:00:01|execution|FEED_HOLD\n"
+      "2026-01-12T06:00:02|execution|ACTIVE\n"
+      "2026-01-12T06:00:03|execution|INTERRUPTED\n"
+      "2026-01-12T06:00:04|program|B\n"
+      "2026-01-12T06:00:05|execution|ACTIVE\n";
+  EXPECT_EQ(Shdr(pauses),
+            "1 06:00:00 part start <A>\n"
+            "1 06:00:00 cycle start\n"
+            "5 06:00:04 cycle end\n"
+            "5 06:00:04 part start <B>\n"
+            "6 06:00:05 cycle start\n");
+  EXPECT_EQ(Shdr(pauses, "pause_ends_cycle=yes"),
+            "1 06:00:00 part start <A>\n"
+            "1 06:00:00 cycle start\n"
+            "2 06:00:01 cycle end\n"
+            "3 06:00:02 cycle start\n"
+            "4 06:00:03 cycle end\n"
+            "5 06:00:04 part start <B>\n"
+            "6 06:00:05 cycle start\n");
+}
+
+TEST(ShdrInput, TakesKeysThatTheMappingNames) {
+  EXPECT_EQ(
+      Shdr("2026-01-12T06:00:00|M1:exec|READY|M1:Act|1|M1:Bad|0|M1:mode|AUTO|M1:alm|NORMAL||||\n"
+           "2026-01-12T06:00:01|M1:exec|ACTIVE|M2:exec|READY|M1:program|P\n"
+           "2026-01-12T06:00:02|M1:Act|2|M1:Bad|3|M1:fmode|MAINTENANCE\n"
+           "2026-01-12T06:00:03|M1:alm|FAULT|7|1|HIGH|Oil|M1:fmode|PRODUCTION\n"
+           "2026-01-12T06:00:04|M1:alm|NORMAL|7|||\n",
+           "execution=exec\nparts=Act\nbad_parts=Bad\nalarm=alm\nprogram=-\ndevice=M1\nmaintenance=02\n"),
+      "2 06:00:01 cycle start\n"
+      "3 06:00:02 good <1>\n"
+      "3 06:00:02 scrap <3>\n"
+      "3 06:00:02 machine downtime start <02>\n"
+      "5 06:00:04 machine downtime end\n");
+  for (const char* wrong : {"part_limit=0", "times=local", "pause_ends_cycle=1", "executoin=x"})
+    EXPECT_THROW(Mapping::Parse(wrong), ToolError) << wrong;
+}
+
+// What an item with several fields holds is no key, and two paths or devices are not mixed.
+TEST(ShdrInput, NeverTakesAKeyFromAWrongPlace) {
+  EXPECT_EQ(Shdr("2026-01-12T06:00:00|p1execution|READY|p1partcount|0\n"
+                 "2026-01-12T06:00:01|cond|FAULT|p1partcount|1|HIGH|text|p1partcount|2\n"
+                 "2026-01-12T06:00:02|message|p1execution|ACTIVE\n"
+                 "2026-01-12T06:00:03|message|code|text|p1execution|ACTIVE\n"
+                 "2026-01-12T06:00:04|note|\"a \\| b|p1partcount|3\n"
+                 "2026-01-12T06:00:05|note|\"a \\| b\"|p1partcount|4\n"
+                 "2026-01-12T06:00:06|p2execution|READY|p2partcount|9\n"
+                 "2026-01-12T06:00:07|other:p1execution|READY\n"
+                 "* device: other\n"
+                 "2026-01-12T06:00:08|p1execution|READY\n"),
+            "2 06:00:01 good <2>\n"
+            "4 06:00:03 cycle start\n"
+            "5 06:00:04 good <1>\n"
+            "6 06:00:05 good <1>\n");
+}
+
+TEST(ShdrInput, SkipsWhatIsAboutAssets) {
+  EXPECT_EQ(Shdr("2026-01-12T06:00:00|@ASSET@|T1|CuttingTool|--multiline--0FED07ACED\n"
+                 "2026-01-12T06:00:00|execution|ACTIVE\n"
+                 "</CuttingTool>\n"
+                 "--multiline--0FED07ACED\n"
+                 "2026-01-12T06:00:01|@REMOVE_ASSET@|T1\n"
+                 "2026-01-12T06:00:02|execution|ACTIVE\n"),
+            "6 06:00:02 cycle start\n");
+}
+
+TEST(ShdrInput, ReadsEveryFormOfATimeAndPutsLinesInOrder) {
+  EXPECT_EQ(Shdr("2026-01-12T06:00:03|execution|ACTIVE\n"
+                 "2026-01-12T07:00:01.5+01:00|program|A\n"
+                 "2026-01-12T06:00:02.5Z@12.5|program|B\n"
+                 "|program|C\n"
+                 "100|program|D\n"
+                 "1600|program|E\n"),
+            "2 06:00:01 part start <A>\n"
+            "3 06:00:02 part start <B>\n"
+            "4 06:00:02 part start <C>\n"
+            "5 06:00:02 part start <D>\n"
+            "1 06:00:03 cycle start\n"
+            "6 06:00:04 part start <E>\n");
+}
+
+// A line that does not add up keeps what does; each key is spoken of once.
+TEST(ShdrInput, ReportsWhatItCannotRead) {
   EXPECT_EQ(Shdr("2026-01-12T06:00:00|partcount|1\n"
                  "yesterday|partcount|2\n"
                  "2026-01-12T06:00:01\n"
                  "2026-01-12T06:00:02|execution|ACTIVE|program\n"
                  "2026-01-12T06:00:03|partcount|many\n"
-                 "2026-01-12T06:00:04|partcount|2\n"),
-            "6 06:00:04 good <1>\n"
+                 "2026-01-12T06:00:04|partcount|more|program|\n"
+                 "2026-01-12T06:00:05|partcount|2\n"),
+            "4 06:00:02 cycle start\n"
+            "7 06:00:05 good <1>\n"
             "2 bad: \"yesterday\" is no date and time\n"
             "3 bad: a key and its value are missing\n"
             "4 bad: the key \"program\" has no value\n"
             "5 bad: \"many\" is no part count\n");
+}
+
+// However a recording is cut, its parts give the events of the whole.
+TEST(ShdrInput, GoesOnWhereTheRecordingBeforeEnded) {
+  const std::string text =
+      "2026-01-12T06:00:00|avail|AVAILABLE|execution|READY|program|A|partcount|0|x2execution|READY\n"
+      "2026-01-12T06:00:01|execution|ACTIVE\n"
+      "2026-01-12T06:00:02|execution|WAIT|fmode|PRODUCTION\n"
+      "2026-01-12T06:00:03|execution|ACTIVE\n"
+      "2026-01-12T06:00:04|execution|READY\n"
+      "2026-01-12T06:00:05|partcount|1\n"
+      "2026-01-12T06:00:06|avail|AVAILABLE|program|B|partcount|4\n"
+      "2026-01-12T06:00:07|estop|TRIGGERED|partcount|5\n"
+      "2026-01-12T06:00:08|estop|ARMED|fmode|SETUP\n"
+      "2026-01-12T06:00:09|fmode|PRODUCTION\n";
+  const auto read = [](const std::string& part, const NamedValues& state) {
+    std::istringstream input(part);
+    ShdrOptions options;
+    options.state = ParseNamedValues(NamedValuesText(state));
+    return ReadShdr(input, options);
+  };
+  const auto describe = [](Recording recording) {
+    for (RecordedEvent& event : recording.events) event.line = 0;
+    return Describe(recording);
+  };
+  const std::string whole = describe(read(text, {}));
+  EXPECT_EQ(std::ranges::count(whole, '\n'), 9) << whole;
+  for (std::size_t cut = text.find('\n'); cut + 1 < text.size(); cut = text.find('\n', cut + 1)) {
+    const Recording first = read(text.substr(0, cut + 1), {});
+    EXPECT_EQ(describe(first) + describe(read(text.substr(cut + 1), first.state)), whole) << cut;
+  }
 }
 
 TEST(RecordedTime, TurnsUtcIntoPlantTimeByTheZoneOfTheProcess) {

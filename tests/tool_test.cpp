@@ -301,7 +301,7 @@ TEST_F(ToolTest, RegistersTheComponentForToolsElsewhere) {
 }
 
 TEST_P(EveryPlantTest, ImportReportsBadLinesAndQueuesTheOthers) {
-  Do("create " + plant_ + " --demo");
+  Do("create " + plant_ + " --demo --start 2026-01-12");
   Write("day.csv",
         "time,event,param,machine\n"
         "2026-01-12 06:00:00,part start,\"A, \"\"B\"\"\",1\n"
@@ -312,14 +312,16 @@ TEST_P(EveryPlantTest, ImportReportsBadLinesAndQueuesTheOthers) {
         "noon,cycle end,,1\n"
         "2026-01-12 06:00:05,good,70000,1\n"
         "2026-01-12 06:00:06,refresh,,1\n"
-        "2026-01-12 06:00:07,cycle end\n" +
+        "2026-01-12 06:00:07,cycle end\n"
+        "2099-01-12 06:00:07,good,1,1\n"
+        "2026-01-11 23:59:59,good,1,1\n" +
             std::string("2026-01-12 06:00:08,part start,A\0B,1\n", 37));
   const Result result = Run("import " + plant_ + " day.csv");
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.output, "Queued 3 events from day.csv, refused 7 lines.\n");
+  EXPECT_EQ(result.output, "Queued 3 events from day.csv, refused 9 lines.\n");
   const auto errors = Lines(result.errors);
-  ASSERT_EQ(errors.size(), 7U) << result.errors;
-  const std::vector<int> expected = {3, 4, 6, 7, 8, 10, 11};
+  ASSERT_EQ(errors.size(), 9U) << result.errors;
+  const std::vector<int> expected = {3, 4, 6, 7, 8, 10, 11, 12, 13};
   for (std::size_t i = 0; i < errors.size(); ++i)
     EXPECT_TRUE(errors[i].starts_with("day.csv:" + std::to_string(expected[i]) + ": ")) << errors[i];
   EXPECT_EQ(Do("queue " + plant_ + " --csv"),
@@ -327,6 +329,7 @@ TEST_P(EveryPlantTest, ImportReportsBadLinesAndQueuesTheOthers) {
             "1,2026-01-12 06:00:00,1,part start,\"A, \"\"B\"\"\"\n"
             "2,2026-01-12 06:00:03,2,custom 12,\n"
             "3,2026-01-12 06:00:06,1,refresh,\n");
+  ExpectError("import " + plant_ + " day.csv", "--allow-again");
   ExpectError("import " + plant_ + " day.csv --machine 99", "no machine with the id 99");
   EXPECT_EQ(DoCsv("queue " + plant_).size(), 3U);
 }
@@ -551,7 +554,7 @@ TEST_P(EveryPlantTest, LeadsAPlantThroughItsLife) {
   Query("update T_SFC_SETTING set SETTING_VALUE = '1' where SETTING_NAME = 'schema_version'");
   ExpectError("purge " + plant_ + " --before 2026-01-13", "\"kxdata7 upgrade\" brings it there");
   EXPECT_EQ(Do("upgrade " + plant_), "schema version 2\nThe plant is up to date.\n");
-  EXPECT_TRUE(Do("copy " + plant_ + " copy.db").starts_with("Copied and compared: 271 rows"));
+  EXPECT_TRUE(Do("copy " + plant_ + " copy.db").starts_with("Copied and compared: 272 rows"));
   const std::string records = Do("records " + plant_ + " --csv");
   EXPECT_EQ(Do("records copy.db --csv"), records);
   ExpectError("copy copy.db " + plant_, "not empty");
@@ -617,7 +620,7 @@ TEST_P(EveryPlantTest, WorksTheSampleDayInEveryDialect) {
   const auto work_day = [&](const std::string& plant, const std::string& dialect) {
     Do("create " + plant + " --demo --start 2026-01-12");
     Do("import " + plant + " '" + samples + "day-2026-01-12.csv' --dnc");
-    Do("import " + plant + " '" + samples + "mill2-2026-01-12.shdr' --dnc --machine 104");
+    Do("import " + plant + " '" + samples + "mill2-2026-01-12.shdr' --dnc --machine 104 --map times=plant");
     Do("process " + plant + " --all --dialect " + dialect);
     return Do("records " + plant + " --csv");
   };

@@ -2,9 +2,13 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <unordered_map>
 
+#include "database/text.h"
 #include "inputs/recorded_input.h"
+#include "inputs/source.h"
+#include "inputs/time_guard.h"
 #include "plant/platform.h"
 #include "plant/queue.h"
 #include "tools/command_line.h"
@@ -15,20 +19,38 @@ namespace {
 struct ImportOptions {
   std::string file;
   std::optional<std::int32_t> machine;  // of lines that name none
-  std::string format;                   // "csv", "shdr", or empty: by the file's name
+  std::string format;                   // "csv", "shdr", or empty: by the content
+  std::vector<std::string> mapping;     // name=value, before what the plant says
+  TimeGuardOptions guard;
 };
+
+constexpr std::size_t kMostShown = 100;
 
 // Puts recorded events into the queue under their own times.
 class Importer {
  public:
-  Importer(Plant& plant, const ImportOptions& options) : plant_(plant), options_(options) {
-    if (options.machine) MachineOf(*options.machine);
+  Importer(Plant& plant, const ImportOptions& options, DateTime now)
+      : plant_(plant), options_(options), now_(now) {
+    if (options.machine) machine_ = plant.FindMachine(*options.machine);
   }
 
   void Queue(const RecordedEvent& event) {
-    if (!event.machine && !options_.machine) throw ToolError("no machine is given");
-    QueueEvent(plant_, MachineOf(event.machine ? *event.machine : *options_.machine), event.event,
-               event.param, event.time);
+    const Machine& machine = event.machine ? MachineOf(*event.machine) : OwnMachine();
+    // What a reader of adapter lines made has been let through.
+    if (options_.format == "csv") GuardOf(machine).Admit(event.time);
+    QueueEvent(plant_, machine, event.event, event.param, event.time);
+  }
+
+  const Machine& OwnMachine() const {
+    if (!machine_) throw ToolError("no machine is given");
+    return *machine_;
+  }
+
+  TimeGuard& GuardOf(const Machine& machine) {
+    const auto known = guards_.find(machine.id);
+    if (known != guards_.end()) return known->second;
+    return guards_.emplace(machine.id, TimeGuard(options_.guard, now_, BeenThrough(plant_, machine.id)))
+        .first->second;
   }
 
  private:
@@ -40,25 +62,131 @@ class Importer {
 
   Plant& plant_;
   const ImportOptions& options_;
+  const DateTime now_;
+  std::optional<Machine> machine_;
   std::unordered_map<std::int32_t, Machine> machines_;
+  std::unordered_map<std::int32_t, TimeGuard> guards_;
 };
 
-// 1 when lines were refused; the others are queued all the same.
-int Import(const PlantOptions& options, const ImportOptions& import) {
-  std::ifstream file(ToPath(import.file), std::ios::binary);
+ShdrOptions ReaderOptions(Plant& plant, Importer& importer, const ImportOptions& import) {
+  ShdrOptions options;
+  const Machine& machine = importer.OwnMachine();
+  NamedValues mapping = MappingOf(plant, machine.id);
+  for (const std::string& line : import.mapping) {
+    for (const auto& [name, value] : ParseNamedValues(line)) mapping[name] = value;
+  }
+  options.mapping = Mapping::Parse(mapping);
+  options.machine = machine.id;
+  // What is known now does not hold for a recording of before.
+  if (!import.guard.allow_old) options.state = LoadState(plant, StateName(machine.id));
+  return options;
+}
+
+void Show(const std::string& file, std::vector<BadLine> lines, std::ostream& output, const char* kind) {
+  std::ranges::stable_sort(lines, {}, &BadLine::line);
+  for (std::size_t i = 0; i < std::min(lines.size(), kMostShown); ++i)
+    output << file << ':' << lines[i].line << ": " << kind << lines[i].reason << '\n';
+  if (lines.size() > kMostShown)
+    output << file << ": " << lines.size() - kMostShown << " more lines like these\n";
+}
+
+// Lines as they come, from the standard input: queued and committed whenever no more is there.
+int ImportStream(Plant& plant, const PlantOptions& plant_options, ImportOptions import) {
+  Importer importer(plant, import, DatabaseTime(plant, plant_options.dialect));
+  const ShdrOptions options = ReaderOptions(plant, importer, import);
+  std::size_t number = 0;
+  std::size_t queued = 0;
+  std::size_t refused = 0;
+  const auto say = [&](Notices::Kind kind, const std::string& text) {
+    refused += kind == Notices::Kind::kRefused ? 1 : 0;
+    std::cerr << "-:" << number << ": " << text << std::endl;
+  };
+  MachineReader machine(options.mapping, say);
+  machine.Load(options.state);
+  RecordedSection section(options.machine);
+  TimeGuard& guard = importer.GuardOf(importer.OwnMachine());
+  const std::string name = StateName(importer.OwnMachine().id);
+  std::string line;
+  for (bool whole = true; ++number, ReadBoundedLine(std::cin, line, whole);) {
+    try {
+      if (!section.Holds(line)) continue;
+      for (Report& report : machine.Read(line, section.arrival() ? section.arrival() : Now())) {
+        report.time = guard.Admit(report, machine.last_moment);
+        for (const MachineEvent& event : machine.Apply(report)) {
+          if (!plant.db.in_transaction()) plant.db.Begin();
+          QueueEvent(plant, importer.OwnMachine(), event.event, event.param, event.time);
+          ++queued;
+        }
+      }
+    } catch (const ToolError& error) {
+      say(Notices::Kind::kRefused, error.what());
+    }
+    if (!plant.db.in_transaction() || std::cin.rdbuf()->in_avail() > 0) continue;
+    SaveState(plant, name, NamedValuesText(machine.Save()));
+    plant.db.Commit();
+  }
+  if (!plant.db.in_transaction()) plant.db.Begin();
+  SaveState(plant, name, NamedValuesText(machine.Save()));
+  plant.db.Commit();
+  std::cout << "Queued " << queued << " events from the standard input, refused " << refused << " lines.\n";
+  return refused == 0 ? 0 : 1;
+}
+
+std::string ReadWhole(const std::string& name) {
+  if (name == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
+  std::ifstream file(ToPath(name), std::ios::binary);
   if (!file || file.peek() == std::ifstream::traits_type::eof())
-    throw ToolError(import.file + ": cannot be read, or is empty");
-  const bool shdr = import.format.empty() ? import.file.ends_with(".shdr") : import.format == "shdr";
+    throw ToolError(name + ": cannot be read, or is empty");
+  std::string content{std::istreambuf_iterator<char>(file), {}};
+  if (file.bad()) throw ToolError(name + ": cannot be read to its end");
+  return content;
+}
+
+// What was taken for what, or that nothing was.
+void SayKeys(const std::string& file, const Recording& recording) {
+  if (!recording.taken.empty()) {
+    std::cout << "Taken: " << recording.taken << ".\n";
+  } else {
+    throw ToolError(Concat(
+        file, ": no key of it is known; the machine's mapping names them. Seen: ", recording.keys_seen));
+  }
+}
+
+// 1 when lines were refused; the others are queued all the same.
+int Import(const PlantOptions& options, ImportOptions import) {
+  if (import.file == "-" && import.format != "csv") {
+    std::ios::sync_with_stdio(false);
+    Plant plant(options);
+    return ImportStream(plant, options, import);
+  }
+  const std::string content = ReadWhole(import.file);
+  if (import.format.empty()) import.format = FormOf(content) == InputForm::kShdr ? "shdr" : "csv";
+  Plant plant(options);
+  const DateTime now = DatabaseTime(plant, options.dialect);
+  const std::string hash = ContentHash(content);
+  Importer importer(plant, import, now);
+  std::istringstream input(content);
   Recording recording;
+  ShdrOptions reader;
   try {
-    recording = shdr ? ReadShdr(file) : ReadCsv(file);
+    RequireNewRecording(plant, hash, import.guard);
+    if (import.format == "shdr") {
+      reader = ReaderOptions(plant, importer, import);
+      std::optional<Moment> last;
+      if (const auto moment = reader.state.find("moment"); moment != reader.state.end())
+        last = Moment(std::chrono::microseconds(std::atoll(moment->second.c_str())));
+      reader.admit = [&, last](const Report& report) {
+        return importer.GuardOf(importer.OwnMachine()).Admit(report, last);
+      };
+      recording = ReadShdr(input, reader);
+    } else {
+      recording = ReadCsv(input);
+    }
   } catch (const ToolError& error) {
     throw ToolError(import.file + ": " + error.what());
   }
-  if (file.bad()) throw ToolError(import.file + ": cannot be read to its end");
+  if (import.format == "shdr") SayKeys(import.file, recording);
 
-  Plant plant(options);
-  Importer importer(plant, import);
   std::size_t queued = 0;
   plant.db.Begin();
   for (const RecordedEvent& event : recording.events) {
@@ -69,11 +197,13 @@ int Import(const PlantOptions& options, const ImportOptions& import) {
       recording.bad_lines.push_back({event.line, error.what()});
     }
   }
+  if (import.format == "shdr" && !import.guard.allow_old)
+    SaveState(plant, StateName(importer.OwnMachine().id), NamedValuesText(recording.state));
+  if (queued > 0) NoteRecording(plant, hash, import.file, now, queued);
   plant.db.Commit();
 
-  std::ranges::stable_sort(recording.bad_lines, {}, &BadLine::line);
-  for (const BadLine& bad : recording.bad_lines)
-    std::cerr << import.file << ':' << bad.line << ": " << bad.reason << '\n';
+  Show(import.file, recording.notes, std::cout, "note: ");
+  Show(import.file, recording.bad_lines, std::cerr, "");
   std::cout << "Queued " << queued << " events from " << import.file << ", refused "
             << recording.bad_lines.size() << " lines.\n";
   return recording.bad_lines.empty() ? 0 : 1;
@@ -85,16 +215,31 @@ void AddInputCommands(CommandLine& line) {
   const auto options = std::make_shared<ImportOptions>();
   CLI::App* const command = line.Command("import", "Queues recorded input under its own times",
                                          [&line, options] { return Import(line.plant, *options); });
-  command->add_option("FILE", options->file, "The recorded input")->required();
+  command
+      ->add_option("FILE", options->file,
+                   "The recorded input; - is the standard input, line by line as they come")
+      ->required();
   command->add_option("--machine", options->machine, "The machine of lines that name none");
   command
       ->add_option("--format", options->format,
-                   "csv or shdr, by the file's name when not given.\n"
+                   "csv or shdr, by the content when not given.\n"
                    "csv: the first line names the columns, in any order: time, event and, as needed, param\n"
-                   "and machine; events are called as in append. shdr: lines time|key|value|... of an\n"
-                   "adapter. A time with a Z at its end is UTC, any other plant time")
+                   "and machine; events are called as in append. A time with a Z or an offset is UTC, any\n"
+                   "other plant time. shdr: lines time|key|value|... of an adapter, in UTC")
       ->type_name("FORMAT")
       ->check(CLI::IsMember({"csv", "shdr"}).description(""));
+  command
+      ->add_option(
+          "--map", options->mapping,
+          "NAME=VALUE of the machine's mapping, instead of what the plant says: execution, program,\n"
+          "parts, good_parts, bad_parts, stop, mode, alarm (a key each), device, part_limit,\n"
+          "pause_ends_cycle, times (utc, plant), maintenance, alarm_downtime")
+      ->type_name("NAME=VALUE")
+      ->take_all();
+  command->add_flag("--allow-future", options->guard.allow_future, "Times more than a day ahead, too");
+  command->add_flag("--allow-old", options->guard.allow_old,
+                    "Times before what the machine has been through");
+  command->add_flag("--allow-again", options->guard.allow_again, "A recording that was imported before");
   command->footer(
       "Lines that cannot be queued are reported and make the exit status 1; all others are queued.");
 }

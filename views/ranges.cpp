@@ -162,17 +162,4 @@ std::optional<Range> RangeBefore(const Calendar& calendar, const Range& range) {
   return MakeRange(calendar, range.first.AddDays(-days), range.first.AddDays(-1), range.shift_id);
 }
 
-DateTime DatabaseTime(Plant& plant, std::int32_t dialect) {
-  constexpr std::array kNative = {"select sysdate from dual", "select now()", "select getdate()"};
-  const auto sql = [&] {
-    switch (plant.db.target()) {
-      case SqlTarget::kSqlite: return "select datetime('now', 'localtime')";
-      case SqlTarget::kPostgres: return "select localtimestamp(0)";
-      case SqlTarget::kNative: break;
-    }
-    return kNative.at(static_cast<std::size_t>(dialect));
-  };
-  return plant.Run(sql()).at(0, 0).ToDateTime();
-}
-
 }  // namespace kx::tool

@@ -73,7 +73,4 @@ std::string RangeNames();  // for a help text
 // The one before of the same kind: the shift that ended before, or as many days.
 std::optional<Range> RangeBefore(const Calendar& calendar, const Range& range);
 
-// The clock of the plant's database.
-DateTime DatabaseTime(Plant& plant, std::int32_t dialect);
-
 }  // namespace kx::tool
