@@ -9,14 +9,14 @@
 namespace kx::tool {
 
 // A machine that speaks for itself, as the plant knows it.
-struct Source {
+struct InputSource {
   std::int32_t machine_id;
   std::string kind;     // "adapter" or "agent"; empty: only recordings
   std::string address;  // host:port, or a URL
   NamedValues mapping;
 };
 
-std::vector<Source> ReadSources(Plant& plant);
+std::vector<InputSource> ReadSources(Plant& plant);
 // How the input of a machine is read; the defaults where the plant says nothing.
 NamedValues MappingOf(Plant& plant, std::int32_t machine_id);
 
