@@ -26,7 +26,8 @@ struct PlantOptions {
   std::string plant;    // a file name or a connection string
   std::string library;  // the component's file, empty: searched for
   std::int32_t dialect = 0;
-  bool by_dnc = false;  // numbers are those of the DNC system, not internal ids
+  bool by_dnc = false;    // numbers are those of the DNC system, not internal ids
+  std::string file = {};  // the plant file that named the plant, if one did
 };
 
 enum class OpenMode { kExisting, kCreate, kReadOnly };

@@ -36,7 +36,12 @@ CommandLine::CommandLine() {
                  "The SQL that the component writes: oracle (0), access (1) or sqlserver (2).\n"
                  "Oracle when not given, as in the component itself; on SQLite all three do the same")
       ->type_name("DIALECT")
+      ->envname("KXDATA7_DIALECT")
       ->transform(kDialect);
+  app.add_option("--plant-file", plant.file,
+                 "A file with the plant, for its owner alone to read: a line KXDATA7_PLANT=... The variable\n"
+                 "KXDATA7_PLANT names the plant as well. PLANT may be left out then")
+      ->type_name("FILE");
   app.add_flag("--dnc", plant.by_dnc,
                "Departments, locations, groups, machines and commands are given by their numbers in the\n"
                "DNC system, not by internal ids");

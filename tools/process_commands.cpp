@@ -7,6 +7,7 @@
 #include "database/table_key.h"
 #include "plant/client.h"
 #include "plant/follower.h"
+#include "plant/plant_settings.h"
 #include "plant/platform.h"
 #include "plant/processor.h"
 #include "plant/progress.h"
@@ -54,7 +55,12 @@ int Process(const PlantOptions& options, bool all) {
 }
 
 int Follow(const PlantOptions& options, const FollowOptions& follow) {
-  Follower([&] { return options; }, follow, std::cout, std::cerr).Run();
+  const auto current = [&] {
+    PlantOptions read = options;
+    if (!read.file.empty()) read.plant = ReadPlantSettings(read.file).plant;
+    return read;
+  };
+  Follower(current, follow, std::cout, std::cerr).Run();
   return 0;
 }
 
