@@ -4,6 +4,7 @@
 
 #include <array>
 #include <chrono>
+#include <filesystem>
 #include <new>
 #include <optional>
 #include <unordered_map>
@@ -90,16 +91,11 @@ TextKind KindOf(const char* declared_type) {
 class SqliteEngine final : public Engine {
  public:
   SqliteEngine(const Options& options, const Waiting& waiting) : options_(options), waiting_(waiting) {
-    sqlite3* handle = nullptr;
-    const int result =
-        sqlite3_open_v2(options.file.c_str(), &handle,
-                        options.open_flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
-    handle_.reset(handle);
-    if (result != SQLITE_OK) Throw(result, {}, "cannot open \"" + options.file + "\": ");
-    sqlite3_busy_handler(handle, &SqliteEngine::OnBusy, this);
+    Open(options.file, options.open_flags);
     try {
+      if (IsReadOnly()) RequireReadable();
       SetSynchronous(options.synchronous);
-      if ((options.open_flags & SQLITE_OPEN_READONLY) == 0) Execute("PRAGMA journal_mode = WAL", {});
+      if (!IsReadOnly()) Execute("PRAGMA journal_mode = WAL", {});
     } catch (const DatabaseError& error) {
       throw DatabaseError("cannot open \"" + options.file + "\": " + error.description(), error.category(),
                           error.native_code());
@@ -139,6 +135,9 @@ class SqliteEngine final : public Engine {
     using is_transparent = void;
   };
 
+  bool IsReadOnly() const { return (options_.open_flags & SQLITE_OPEN_READONLY) != 0; }
+  void Open(const std::string& name, int flags);
+  void RequireReadable();
   static int OnBusy(void* self, int count) noexcept;
   void SetSynchronous(bool synchronous);
   Prepared& Prepare(std::string_view sql);
@@ -162,6 +161,38 @@ class SqliteEngine final : public Engine {
 };
 
 constexpr std::size_t kMostStatements = 500;
+
+void SqliteEngine::Open(const std::string& name, int flags) {
+  sqlite3* handle = nullptr;
+  const int result =
+      sqlite3_open_v2(name.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
+  handle_.reset(handle);
+  if (result != SQLITE_OK) Throw(result, {}, "cannot open \"" + options_.file + "\": ");
+  sqlite3_busy_handler(handle, &SqliteEngine::OnBusy, this);
+}
+
+// Who may write nothing beside the file cannot make the journal's index. With no journal there is nobody at
+// work either, and the file is read as it stands.
+void SqliteEngine::RequireReadable() {
+  try {
+    Execute("PRAGMA schema_version", {});
+  } catch (const DatabaseError& error) {
+    const auto code = error.native_code() & 0xFF;
+    std::error_code ignored;
+    if ((code != SQLITE_CANTOPEN && code != SQLITE_READONLY) ||
+        std::filesystem::exists(options_.file + "-wal", ignored))
+      throw;
+    std::string uri = "file:";
+    for (const char c : options_.file) {
+      constexpr std::string_view kSpecial = "%?#";
+      constexpr std::array<const char*, kSpecial.size()> kEscapes = {"%25", "%3F", "%23"};
+      const std::size_t special = kSpecial.find(c);
+      special == std::string_view::npos ? uri += c : uri += kEscapes.at(special);
+    }
+    statements_.clear();
+    Open(uri + "?immutable=1", options_.open_flags | SQLITE_OPEN_URI);
+  }
+}
 
 int SqliteEngine::OnBusy(void* self, int count) noexcept {
   auto& engine = *static_cast<SqliteEngine*>(self);

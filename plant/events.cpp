@@ -6,6 +6,7 @@
 #include "database/database_error.h"
 #include "database/numeric_text.h"
 #include "database/text.h"
+#include "plant/near_name.h"
 #include "plant/plant.h"
 
 namespace kx::tool {
@@ -48,7 +49,9 @@ NamedEvent ParseEventName(std::string_view name) {
     if (const auto command = number.front() == ' ' ? NumberIn(number.substr(1)) : std::nullopt)
       return {command_type::kCustom, event.time_code, *command};
   }
-  throw ToolError(Concat("there is no event \"", name, "\""));
+  std::vector<std::string> names;
+  for (const Event& event : kxdata7::kEvents) names.emplace_back(event.name);
+  throw ToolError(Concat("there is no event \"", name, "\"", DidYouMean(name, names)));
 }
 
 std::string EventNames() {

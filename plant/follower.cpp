@@ -4,6 +4,7 @@
 #include <ctime>
 #include <ostream>
 
+#include "plant/advice.h"
 #include "plant/progress.h"
 #include "plant/queue.h"
 
@@ -185,7 +186,7 @@ void Follower::Report(bool at_once) {
 }
 
 void Follower::Say(std::ostream& stream, const std::string& text) {
-  std::string line = text;
+  std::string line = WithAdvice(text);
   std::ranges::replace_if(
       line, [](char c) { return c == '\n' || c == '\r'; }, ' ');
   stream << (&stream == &errors_ ? "kxdata7: " : "") << TimeOfDay(std::time(nullptr)) << ' ' << line

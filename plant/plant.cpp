@@ -9,6 +9,7 @@
 #include "database/ascii.h"
 #include "database/table_key.h"
 #include "kxdata7/text.h"
+#include "plant/advice.h"
 #include "plant/platform.h"
 #include "plant/schema_version.h"
 
@@ -28,12 +29,15 @@ std::string Noun(std::string_view table) {
   return noun;
 }
 
+bool IsSqlite(const ConnectionString& connection) {
+  const std::string* const provider = connection.Find("provider");
+  return provider != nullptr && EqualsIgnoringCase(*provider, "SQLite");
+}
+
 // A connection string for SQLite with `keyword` as it stands there or else with `value`; any other as it is.
 std::string WithSqliteKeyword(std::string text, std::string_view keyword, std::string_view value) {
   const auto parsed = ConnectionString::Parse(text);
-  const std::string* const provider = parsed.Find("provider");
-  if (provider != nullptr && EqualsIgnoringCase(*provider, "SQLite") &&
-      parsed.Find(ToLowerAscii(keyword)) == nullptr)
+  if (IsSqlite(parsed) && parsed.Find(ToLowerAscii(keyword)) == nullptr)
     text.append(";").append(keyword).append("=").append(value);
   return text;
 }
@@ -41,18 +45,32 @@ std::string WithSqliteKeyword(std::string text, std::string_view keyword, std::s
 }  // namespace
 
 std::string PlantConnectionString(std::string_view plant, OpenMode mode) {
+  if (plant.find("://") != std::string_view::npos && plant.find('=') > plant.find("://")) {
+    throw ToolError(
+        "the plant is given as a URL; a server is named by a connection string, as in "
+        "\"Driver={PostgreSQL Unicode};Server=db;Database=plant;Uid=kxdata7\"");
+  }
   std::error_code ignored;
   const bool is_file =
       plant.find('=') == std::string_view::npos || std::filesystem::exists(ToPath(plant), ignored);
   std::string text = is_file ? "Provider=SQLite;Data Source=" + Quoted(plant) : std::string(plant);
   if (mode == OpenMode::kExisting) return text;
-  return WithSqliteKeyword(std::move(text), "Mode", mode == OpenMode::kCreate ? "ReadWriteCreate" : "ReadOnly");
+  return WithSqliteKeyword(std::move(text), "Mode",
+                           mode == OpenMode::kCreate ? "ReadWriteCreate" : "ReadOnly");
 }
 
 // A command waits for a processor that is at work rather than fail.
 Plant::Plant(const PlantOptions& options, OpenMode mode) : by_dnc_(options.by_dnc) {
-  db.Open(WithSqliteKeyword(PlantConnectionString(options.plant, mode), "Busy Timeout",
-                            std::to_string(kWaitOutsideTransaction.count())));
+  const std::string text = PlantConnectionString(options.plant, mode);
+  try {
+    db.Open(WithSqliteKeyword(text, "Busy Timeout", std::to_string(kWaitOutsideTransaction.count())));
+  } catch (const DatabaseError&) {
+    const auto connection = ConnectionString::Parse(text);
+    const std::string* const file = IsSqlite(connection) ? connection.Find("data source") : nullptr;
+    const std::string trouble = file == nullptr || mode == OpenMode::kCreate ? "" : FileTrouble(*file);
+    if (trouble.empty()) throw;
+    throw ToolError("cannot open " + Quoted(*file) + ": " + trouble);
+  }
   RequireKnownVersion(*this);
   if (mode == OpenMode::kReadOnly && db.target() == SqlTarget::kPostgres)
     Run("set default_transaction_read_only = on");

@@ -272,7 +272,12 @@ TEST_F(ToolTest, RefusesWhatCannotBeDone) {
   ExpectError("explain plant.db 7", "row 7");
   ExpectError("records plant.db --day yesterday", "yesterday");
   ExpectError("records plant.db --machine 9", "no machine");
-  ExpectError("", "subcommand");
+  ExpectError("", "no command");
+  ExpectError("stauts plant.db", "did you mean \"status\"?");
+  ExpectError(append + "'cycle strat'", "did you mean \"cycle start\"?");
+  ExpectError("append plant.db --machine 'late 1' --event good", "did you mean \"Lathe 1\"?");
+  ExpectError("status postgresql://db/plant", "URL");
+  ExpectError("status .", "folder");
   ExpectError("records plant.db --csv >/dev/full", "could not be written");
   EXPECT_FALSE(fs::exists(folder_ / "nowhere.db"));
   EXPECT_EQ(DoCsv("queue plant.db").size(), 0U);
@@ -280,6 +285,33 @@ TEST_F(ToolTest, RefusesWhatCannotBeDone) {
   const Result secret = Run("status 'Driver={No Such Driver};Server=x;Uid=u;Pwd=geheim'");
   EXPECT_GT(secret.status, 0);
   EXPECT_EQ((secret.output + secret.errors).find("geheim"), std::string::npos) << secret.errors;
+}
+
+TEST_F(ToolTest, TakesThePlantFromAFileForItsOwnerOrFromTheEnvironment) {
+  Do("create plant.db --demo");
+  Write("hall.conf", "# The hall\nKXDATA7_PLANT=\"plant.db\"\nKXDATA7_DIALECT=sqlserver\n");
+  ExpectError("status --plant-file hall.conf", "chmod 600");
+  fs::permissions(folder_ / "hall.conf", fs::perms::owner_read | fs::perms::owner_write);
+  Do("--plant-file hall.conf append --machine 'LATHE 1' --event Good");
+  EXPECT_EQ(DoCsv("queue --plant-file=hall.conf").size(), 1U);
+  ExpectError("status --plant-file nowhere.conf", "nowhere.conf");
+  ExpectError("queue", "PLANT");
+
+  environment_ += " KXDATA7_PLANT=plant.db";
+  EXPECT_EQ(DoCsv("queue").size(), 1U);
+  Do("queue set-aside 1");
+  Do("create other.db");
+  EXPECT_EQ(DoCsv("status other.db").size(), 0U);
+}
+
+TEST_F(ToolTest, ListingsLeaveAFileThatIsNoPlantAsItWas) {
+  ASSERT_EQ(std::system(("sqlite3 '" + (folder_ / "foreign.db").string() + "' 'create table X (Y)'").c_str()),
+            0);
+  const std::string before = ReadFile(folder_ / "foreign.db");
+  for (const char* listing : {"status", "queue", "records"})
+    ExpectError(std::string(listing) + " foreign.db", "this is no plant");
+  EXPECT_EQ(ReadFile(folder_ / "foreign.db"), before);
+  EXPECT_FALSE(fs::exists(folder_ / "foreign.db-wal"));
 }
 
 TEST_F(ToolTest, RegistersTheComponentForToolsElsewhere) {

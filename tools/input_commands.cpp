@@ -10,7 +10,9 @@
 #include "inputs/source.h"
 #include "inputs/time_guard.h"
 #include "plant/platform.h"
+#include "plant/progress.h"
 #include "plant/queue.h"
+#include "plant/stop_signal.h"
 #include "tools/command_line.h"
 
 namespace kx::tool {
@@ -188,8 +190,12 @@ int Import(const PlantOptions& options, ImportOptions import) {
   if (import.format == "shdr") SayKeys(import.file, recording);
 
   std::size_t queued = 0;
+  const StopSignal stop;
+  Progress progress("events", static_cast<std::int64_t>(recording.events.size()));
   plant.db.Begin();
   for (const RecordedEvent& event : recording.events) {
+    if (stop.requested()) throw ToolError("stopped by a signal; nothing of " + import.file + " is queued");
+    progress.Show(static_cast<std::int64_t>(queued));
     try {
       importer.Queue(event);
       ++queued;

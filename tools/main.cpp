@@ -4,6 +4,7 @@
 #include <iostream>
 #include <optional>
 
+#include "plant/advice.h"
 #include "plant/near_name.h"
 #include "plant/plant_settings.h"
 #include "plant/platform.h"
@@ -105,7 +106,7 @@ int main(int argc, char** argv) {
   try {
     return Run(kx::tool::Arguments(argc, argv));
   } catch (const std::exception& error) {
-    std::string text = error.what();
+    std::string text = kx::tool::WithAdvice(error.what());
     std::ranges::replace_if(
         text, [](char c) { return c == '\n' || c == '\r'; }, ' ');
     std::cout.flush();

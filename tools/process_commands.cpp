@@ -121,8 +121,13 @@ bool PrintAllChanges(Plant& plant) {
 void PrepareCopy(Plant& copy, kxdata7::Client& component, const std::vector<QueuedEvent>& queue,
                  const QueuedEvent& event) {
   copy.Run("delete from T_SFC_MDC_LOG where MDC_LOG_ID > ?", {event.row});
-  for (const QueuedEvent& ahead : queue) {
+  const StopSignal stop;
+  const auto total = std::ranges::find(queue, event.row, &QueuedEvent::row) - queue.begin();
+  Progress progress("events ahead", total);
+  for (std::int64_t done = 0; const QueuedEvent& ahead : queue) {
     if (ahead.row == event.row) return;
+    if (stop.requested()) throw ToolError("stopped by a signal; the plant is as it was");
+    progress.Show(done++);
     if (const kxdata7::Answer answer = component.Next(); !answer)
       throw ToolError("the queue stops at " + ahead.Description() + ", ahead of it: " + answer.error);
   }

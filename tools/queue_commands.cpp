@@ -1,7 +1,10 @@
+#include <charconv>
 #include <iostream>
 #include <memory>
 
+#include "database/ascii.h"
 #include "plant/client.h"
+#include "plant/near_name.h"
 #include "plant/queue.h"
 #include "plant/trial.h"
 #include "tools/command_line.h"
@@ -11,7 +14,7 @@ namespace kx::tool {
 namespace {
 
 struct AppendOptions {
-  std::int32_t machine = 0;
+  std::string machine;  // its number or name
   std::string event;
   std::string param;
   std::optional<std::int32_t> dept, location, group;  // not given: where the machine's record says
@@ -23,17 +26,43 @@ struct QueueOptions {
   std::string reason;
 };
 
+// The number of a machine that is given by its number or, in any case of letters, by its name.
+std::int32_t MachineNumber(Plant& plant, const std::string& given) {
+  std::int32_t number = 0;
+  const auto [end, error] = std::from_chars(given.data(), given.data() + given.size(), number);
+  if (error == std::errc() && end == given.data() + given.size()) return number;
+  const Rows machines = plant.Run("select MACHINE_ID, MACHINE_NAME from T_SFC_MACHINE order by MACHINE_ID");
+  std::vector<std::string> names;
+  for (std::size_t i = 0; i < machines.count(); ++i) {
+    names.push_back(machines.at(i, 1).ToTextOr(""));
+    if (EqualsIgnoringCase(names.back(), given))
+      return plant.NumberOf("T_SFC_MACHINE", machines.at(i, 0).ToInt32());
+  }
+  throw ToolError("there is no machine \"" + given + '"' + DidYouMean(given, names));
+}
+
+// The component reports a right that is missing only after a minute of attempts.
+void RequireRightToQueue(Plant& plant) {
+  if (plant.db.target() != SqlTarget::kPostgres) return;
+  const Rows right =
+      plant.Run("select case when has_table_privilege('t_sfc_mdc_log', 'INSERT') then 1 else 0 end");
+  if (right.at(0, 0).ToInt32() == 0)
+    throw ToolError("permission denied for table t_sfc_mdc_log: the account may not queue events");
+}
+
 int Append(const PlantOptions& options, const AppendOptions& append) {
-  const NamedEvent event = ParseEventName(append.event);
+  const NamedEvent event = ParseEventName(ToLowerAscii(append.event));
   Plant plant(options);
-  const Machine machine = plant.FindMachine(append.machine);
+  RequireRightToQueue(plant);
+  const std::int32_t machine_number = MachineNumber(plant, append.machine);
+  const Machine machine = plant.FindMachine(machine_number);
   const auto number = [&](const char* table, std::optional<std::int32_t> given, std::int32_t id) {
     if (given) plant.FindId(table, *given);
     return given ? *given : plant.NumberOf(table, id);
   };
   kxdata7::EventNumbers numbers{number("T_SFC_DEPT", append.dept, machine.dept_id),
                                 number("T_SFC_LOCATION", append.location, machine.location_id),
-                                number("T_SFC_GROUP", append.group, machine.group_id), append.machine, -1};
+                                number("T_SFC_GROUP", append.group, machine.group_id), machine_number, -1};
   if (event.type_code != kxdata7::command_type::kRefresh) {
     const Command command = plant.FindCommand(event);
     RequireUsableParam(command.type_code, append.param);
@@ -50,7 +79,7 @@ int Append(const PlantOptions& options, const AppendOptions& append) {
 std::string RowName(std::int32_t row) { return "row " + std::to_string(row); }
 
 int ListQueue(const PlantOptions& options, bool csv) {
-  Plant plant(options);
+  Plant plant(options, OpenMode::kReadOnly);
   Table table({"row", "time", "machine", "event", "param"});
   for (const QueuedEvent& event : ReadQueue(plant))
     table.Add({event.row, event.time, event.machine_id, event.Name(), event.param});
@@ -60,7 +89,7 @@ int ListQueue(const PlantOptions& options, bool csv) {
 }
 
 int ListAside(const PlantOptions& options, bool csv) {
-  Plant plant(options);
+  Plant plant(options, OpenMode::kReadOnly);
   Table table({"row", "time", "machine", "event", "param", "set_aside", "error"});
   for (const auto& [event, time, error] : ReadAside(plant))
     table.Add({event.row, event.time, event.machine_id, event.Name(), event.param, time, error});
@@ -70,7 +99,7 @@ int ListAside(const PlantOptions& options, bool csv) {
 
 // Shows the first event of the queue, why it does not go through, and how many wait behind it.
 int ShowHead(const PlantOptions& options) {
-  Plant plant(options);
+  Plant plant(options, OpenMode::kReadOnly);
   const auto head = ReadQueuedEvent(plant);
   if (!head) {
     std::cout << "Nothing waits.\n";
@@ -116,7 +145,7 @@ void AddQueueCommands(CommandLine& line) {
   const auto append = std::make_shared<AppendOptions>();
   CLI::App* command = line.Command("append", "Queues one event under the time of the database",
                                    [&line, append] { return Append(line.plant, *append); });
-  command->add_option("--machine", append->machine, "The machine")->required();
+  command->add_option("--machine", append->machine, "The machine, by its number or name")->required();
   command->add_option("--event", append->event, "What happened, one of\n" + EventNames())->required();
   command->add_option("--param", append->param,
                       "The user, job, part, operation or downtime code that starts; how many good parts;\n"

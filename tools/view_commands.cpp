@@ -18,7 +18,7 @@ void AddViewCommands(CommandLine& line) {
   const auto options = std::make_shared<Options>();
   AddCsvFlag(*line.Command("status", "Lists the machines and what they do",
                            [&line, options] {
-                             Plant plant(line.plant);
+                             Plant plant(line.plant, OpenMode::kReadOnly);
                              PrintStatus(plant, std::cout, options->csv);
                              if (!options->csv) MentionAside(plant);
                              return 0;
@@ -26,7 +26,7 @@ void AddViewCommands(CommandLine& line) {
              options->csv);
 
   CLI::App* const records = line.Command("records", "Lists the records", [&line, options] {
-    Plant plant(line.plant);
+    Plant plant(line.plant, OpenMode::kReadOnly);
     PrintRecords(plant, options->filter, std::cout, options->csv);
     return 0;
   });
