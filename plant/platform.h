@@ -28,6 +28,13 @@ bool ToLocalTime(std::time_t moment, std::tm& local);
 // Makes the names of the files in a folder survive a loss of power, where a system leaves that to programs.
 void SyncFolder(const std::filesystem::path& folder);
 
+// Makes a new folder that nobody else may read. Failures are std::system_error.
+void MakePrivateFolder(const std::filesystem::path& folder);
+
+// From now on `files` and then their `folder` go before a signal ends the program, where there are signals;
+// an empty folder: no longer.
+void RemoveOnSignal(const std::filesystem::path& folder, const std::vector<std::filesystem::path>& files);
+
 std::string ProcessName();  // "process 4711 on hall-2"
 
 bool IsOutputATerminal();

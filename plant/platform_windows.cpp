@@ -30,6 +30,12 @@ bool ToLocalTime(std::time_t moment, std::tm& local) { return localtime_s(&local
 
 void SyncFolder(const std::filesystem::path&) {}
 
+void MakePrivateFolder(const std::filesystem::path& folder) {
+  std::filesystem::create_directory(folder);  // the temporary folder is the user's own
+}
+
+void RemoveOnSignal(const std::filesystem::path&, const std::vector<std::filesystem::path>&) {}
+
 std::string ProcessName() {
   wchar_t host[256] = L"";
   DWORD length = 256;

@@ -4,7 +4,7 @@
 
 #include "plant/client.h"
 #include "plant/platform.h"
-#include "plant/temporary_folder.h"
+#include "plant/trial_folder.h"
 
 namespace kx::tool {
 
@@ -20,8 +20,8 @@ PlantOptions InFile(const PlantOptions& options, std::string file) {
 }
 
 std::optional<std::string> TrialError(const PlantOptions& options, std::int32_t row) {
-  const TemporaryFolder folder;
-  const PlantOptions copy = InFile(options, ToText(folder.path() / "copy.db"));
+  const TrialFolder folder({"copy.db"});
+  const PlantOptions copy = InFile(options, folder.File("copy.db"));
   if (!CopyPlant(options, copy.plant)) return std::nullopt;
   Plant(copy).Run("delete from T_SFC_MDC_LOG where MDC_LOG_ID <> ?", {row});
   const kxdata7::Answer answer = ConnectComponent(copy).Next();

@@ -9,9 +9,9 @@
 #include "database/numeric_text.h"
 #include "database/recordset.h"
 #include "kxdata7/text.h"
-#include "plant/temporary_folder.h"
 #include "session/messages.h"
 #include "session/sql_dialect.h"
+#include "tests/support/temporary_folder.h"
 
 namespace kx {
 namespace {

@@ -10,8 +10,9 @@
 #include "database/connection.h"
 #include "database/database_error.h"
 #include "inputs/recorded_input.h"
-#include "plant/temporary_folder.h"
+#include "plant/locked_file.h"
 #include "tests/support/postgres_server.h"
+#include "tests/support/temporary_folder.h"
 
 namespace kx::tool {
 namespace {
@@ -647,6 +648,39 @@ TEST_F(ToolTest, ExplainsAnEventByATrialThatLeavesThePlantAlone) {
 
 // Whatever the database and the dialect, the shipped day gives the same records, and its counts are those
 // that were reported.
+// Copies of the plant are for nobody else, and none stays behind.
+TEST_F(ToolTest, TrialsLeaveNoCopyBehind) {
+  const fs::path temporary = folder_ / "tmp";
+  const fs::path held = temporary / "kxdata7-trial-held", left = temporary / "kxdata7-trial-left";
+  for (const fs::path& folder : {held, left}) {
+    fs::create_directories(folder);
+    std::ofstream(folder / "in-use") << "";
+    std::ofstream(folder / "copy.db") << "a plant";
+  }
+  const LockedFile lock(held / "in-use");
+  environment_ += " TMPDIR='" + temporary.string() + "'";
+  Do("create plant.db --demo --start 2026-01-12");
+  Do(std::string("import plant.db '") + KXDATA7_SOURCE_DIR + "/samples/day-2026-01-12.csv' --dnc");
+  Do("queue plant.db --head");
+  EXPECT_FALSE(fs::exists(left)) << "of a program that was killed";
+  EXPECT_TRUE(fs::exists(held / "copy.db")) << "of one that runs";
+
+  // The last row's trial works all others in before.
+  const std::string last = Query("select max(MDC_LOG_ID) from T_SFC_MDC_LOG").ToText();
+  Write("run", "'" + tool_.string() + "' explain plant.db " + last +
+                   " & until ls tmp/*/before.db 2>&1; do :; done; stat -c %a tmp/kxdata7-trial-[0-9]*\n"
+                   "kill -$1 $!; wait $!\nexit $?\n");
+  for (const char* signal : {"TERM", "HUP"}) {
+    const int status = std::system(
+        ("cd '" + folder_.string() + "' && " + environment_ + " bash run " + signal + " >output 2>errors")
+            .c_str());
+    EXPECT_GT(WEXITSTATUS(status), 128) << ReadFile(folder_ / "errors");
+    EXPECT_NE(ReadFile(folder_ / "output").find("\n700\n"), std::string::npos)
+        << ReadFile(folder_ / "output");
+    EXPECT_EQ(std::distance(fs::directory_iterator(temporary), {}), 1) << signal;
+  }
+}
+
 TEST_P(EveryPlantTest, WorksTheSampleDayInEveryDialect) {
   const std::string samples = KXDATA7_SOURCE_DIR "/samples/";
   const auto work_day = [&](const std::string& plant, const std::string& dialect) {

@@ -13,8 +13,8 @@
 #include "plant/progress.h"
 #include "plant/queue.h"
 #include "plant/stop_signal.h"
-#include "plant/temporary_folder.h"
 #include "plant/trial.h"
+#include "plant/trial_folder.h"
 #include "tools/command_line.h"
 #include "views/listings.h"
 
@@ -135,9 +135,9 @@ void PrepareCopy(Plant& copy, kxdata7::Client& component, const std::vector<Queu
 
 // Shows what the event in row `row` of the queue, or the first one, will change, by a trial on a copy.
 int Explain(const PlantOptions& options, std::optional<std::int32_t> row) {
-  const TemporaryFolder folder;
-  const PlantOptions before = InFile(options, ToText(folder.path() / "before.db"));
-  const PlantOptions after = InFile(options, ToText(folder.path() / "after.db"));
+  const TrialFolder folder({"before.db", "after.db"});
+  const PlantOptions before = InFile(options, folder.File("before.db"));
+  const PlantOptions after = InFile(options, folder.File("after.db"));
   if (!CopyPlant(options, before.plant))
     throw ToolError("explain tries the event on a copy, and only an SQLite plant can be copied");
   Plant copy(before);

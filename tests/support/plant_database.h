@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "database/connection.h"
-#include "plant/temporary_folder.h"
 #include "tests/support/postgres_server.h"
 #include "tests/support/table_mirror.h"
+#include "tests/support/temporary_folder.h"
 
 namespace kx::test {
 
