@@ -6,8 +6,9 @@ namespace kx {
 
 // Begin, commit and roll back, each tried up to twelve times about a second apart; an operation on a
 // transaction that the database has already ended, or over a link that is lost, fails at once. False: given
-// up. A commit whose outcome is unknown is no attempt that failed: it is raised as the DatabaseError that says
-// so. One that is done on this server and may be lost with it is done, and the session notes what is unknown.
+// up. A commit whose outcome is unknown is no attempt that failed: it is raised as the DatabaseError that
+// says so. One that is done on this server and may be lost with it is done, and the session notes what is
+// unknown.
 bool BeginTransaction(Session& session);
 bool CommitTransaction(Session& session);
 bool RollbackTransaction(Session& session);

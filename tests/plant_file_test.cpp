@@ -8,10 +8,10 @@
 #include "plant/apply.h"
 #include "plant/create.h"
 #include "plant/plant_file.h"
-#include "plant/temporary_folder.h"
 #include "tests/support/faulty_vfs.h"
 #include "tests/support/long_run.h"
 #include "tests/support/plant_database.h"
+#include "tests/support/temporary_folder.h"
 
 namespace kx::tool {
 namespace {
