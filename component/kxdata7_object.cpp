@@ -15,6 +15,7 @@
 #include "mdclog/statement_trials.h"
 #include "session/sql_dialect.h"
 #include "session/transaction.h"
+#include "shifts/current_record.h"
 
 namespace kx {
 namespace {
@@ -208,6 +209,25 @@ HRESULT CKXData7Obj::TryStatements(LONG lIndex, BSTR* name, BSTR* strError) {
     kxdata7::Bstr name_text = kxdata7::Bstr::FromUtf8(trial->name);
     if (!error.empty()) *strError = kxdata7::Bstr::FromUtf8(error).release();
     *name = name_text.release();
+  });
+}
+
+HRESULT CKXData7Obj::GetShiftAt(LONG lMachineID, BSTR strTime, LONG* shiftID, BSTR* from, BSTR* until,
+                                BSTR* chartDate) {
+  if (shiftID == nullptr || from == nullptr || until == nullptr || chartDate == nullptr)
+    return RefuseNullPointer();
+  *shiftID = 0;
+  *from = *until = *chartDate = nullptr;
+  return Run([&] {
+    const DateTime moment = Value(ToText(strTime)).ToDateTime();
+    const ShiftInfo shift = kx::GetShiftAt(session_, lMachineID, moment);
+    const auto text = [](DateTime time) { return kxdata7::Bstr::FromUtf8(time.ToText()); };
+    kxdata7::Bstr from_text = text(shift.start), until_text = text(shift.end),
+                  date_text = text(shift.chart_date);
+    *shiftID = shift.shift_id;
+    *from = from_text.release();
+    *until = until_text.release();
+    *chartDate = date_text.release();
   });
 }
 

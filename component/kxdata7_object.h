@@ -47,6 +47,8 @@ class CKXData7Obj final
 
   HRESULT STDMETHODCALLTYPE GetServerTime(BSTR* result) override;
   HRESULT STDMETHODCALLTYPE TryStatements(LONG lIndex, BSTR* name, BSTR* strError) override;
+  HRESULT STDMETHODCALLTYPE GetShiftAt(LONG lMachineID, BSTR strTime, LONG* shiftID, BSTR* from, BSTR* until,
+                                       BSTR* chartDate) override;
 
  private:
   // Runs `work()` inside the boundary.

@@ -43,9 +43,9 @@ inline constexpr CLSID CLSID_CKXData7Obj{
 inline constexpr IID IID__CKXData7Obj{
     0xCCB76FB7, 0xFDFA, 0x4D13, {0xB7, 0xDC, 0x58, 0x09, 0x19, 0x1A, 0x46, 0x43}};
 
-// {9CB6F163-CD5B-4E32-A6A0-18A9F7AB1C44}
+// {2B4E3A6D-71D0-4C0E-9A35-6E0B8C5D2F71}
 inline constexpr IID IID_IKXData7Diagnosis{
-    0x9CB6F163, 0xCD5B, 0x4E32, {0xA6, 0xA0, 0x18, 0xA9, 0xF7, 0xAB, 0x1C, 0x44}};
+    0x2B4E3A6D, 0x71D0, 0x4C0E, {0x9A, 0x35, 0x6E, 0x0B, 0x8C, 0x5D, 0x2F, 0x71}};
 
 // Through IDispatch the methods have the ids 1 to 8, in this order.
 //
@@ -114,6 +114,12 @@ struct IKXData7Diagnosis : IUnknown {
   // rolled back. `*name` says which kind, `*strError` why it failed and is a null BSTR when it did not. Kinds
   // are counted from 0; S_FALSE for a `lIndex` that is none.
   virtual HRESULT STDMETHODCALLTYPE TryStatements(LONG lIndex, BSTR* name, BSTR* strError) = 0;
+
+  // The shift that a machine works at a moment when nobody is logged on: its SHIFT_ID, -1 for none; since
+  // when and until when, for none from the moment on until a record without a shift would end; and the chart
+  // date of the moment. Times are texts as GetServerTime has them; E_FAIL for one that is none.
+  virtual HRESULT STDMETHODCALLTYPE GetShiftAt(LONG lMachineID, BSTR strTime, LONG* shiftID, BSTR* from,
+                                               BSTR* until, BSTR* chartDate) = 0;
 
  protected:
   ~IKXData7Diagnosis() = default;

@@ -8,6 +8,7 @@
 #include "database/ascii.h"
 #include "database/text.h"
 #include "plant/client.h"
+#include "plant/plant_description.h"
 #include "plant/purge.h"
 #include "plant/schema_sql.h"
 #include "plant/schema_tables.h"
@@ -205,6 +206,15 @@ select EVENT_ID, MACHINE_ID from T_SFC_EVENT e where STOP_TIME is null
   });
 }
 
+// What apply would refuse in a file: names that would stop the queue, shifts that overlap, and so on.
+void CheckMasterData(Plant& plant, Findings& findings) {
+  const std::vector<Problem> problems = CheckPlant(plant);
+  for (const Problem& problem : problems) findings.push_back({kFailed, problem.text});
+  const std::vector<std::string> missing = MissingCommands(DescribePlant(plant));
+  for (const std::string& each : missing) findings.push_back({kMissing, each});
+  if (problems.empty() && missing.empty()) findings.push_back({kOk, "master data"});
+}
+
 void CheckClock(kxdata7::Client& component, Findings& findings) {
   constexpr std::int64_t kMinute = 60;
   const DateTime server = ServerTime(component);
@@ -236,6 +246,7 @@ std::vector<Finding> Examine(Plant& plant, std::int32_t dialect) {
   Run("options", findings, [&] { CheckOptions(plant, findings); });
   Run("machines", findings, [&] { CheckMachines(plant, findings); });
   if (plant.db.target() == SqlTarget::kNative) return findings;
+  Run("master data", findings, [&] { CheckMasterData(plant, findings); });
   Run("chains of records", findings, [&] { CheckChains(plant, findings); });
   Run("times of records", findings, [&] { CheckTimes(plant, findings); });
   Run("texts of open records", findings, [&] { CheckTexts(plant, dialect, findings); });

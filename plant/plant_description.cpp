@@ -283,7 +283,7 @@ std::vector<Problem> CheckDescription(const PlantDescription& description, bool 
   return Checker(description, partly).Check();
 }
 
-std::vector<std::string> MissingForEvents(const PlantDescription& plant) {
+std::vector<std::string> MissingCommands(const PlantDescription& plant) {
   std::vector<std::string> missing;
   for (std::size_t i = 0; i < kStandardCommands.size(); ++i) {
     const std::int32_t type = kFirstStandardCommand + static_cast<std::int32_t>(i);
@@ -291,6 +291,11 @@ std::vector<std::string> MissingForEvents(const PlantDescription& plant) {
       missing.push_back(
           Concat("a command of type ", type, " (", kStandardCommands[i], "); \"kxdata7 create\" adds it"));
   }
+  return missing;
+}
+
+std::vector<std::string> MissingForEvents(const PlantDescription& plant) {
+  std::vector<std::string> missing = MissingCommands(plant);
   for (std::size_t i = 0; i < kPlantOptions.size(); ++i) {
     if (!plant.options[i])
       missing.push_back(Concat("the option ", kPlantOptions[i].name, "; \"kxdata7 create\" adds it"));

@@ -193,6 +193,9 @@ PlantDescription DescribePlant(Plant& plant);
 // What CheckDescription and reading the plant find in its master data.
 std::vector<Problem> CheckPlant(Plant& plant);
 
+// The commands of standard events that are missing, a sentence each.
+std::vector<std::string> MissingCommands(const PlantDescription& plant);
+
 // What is still missing before events go through, a sentence each.
 std::vector<std::string> MissingForEvents(const PlantDescription& plant);
 

@@ -130,6 +130,18 @@ std::int32_t GetCurrentMachineDataID(Session& session, std::int32_t machine_id, 
   return GetCurrentMachine(session, machine_id, time).machine_data_id;
 }
 
+ShiftInfo GetShiftAt(Session& session, std::int32_t machine_id, DateTime moment) {
+  ShiftInfo shift = DetermineChartDateAndShiftInfo(session, moment, "", machine_id);
+  if (shift.shift_id != kNoShift) return shift;
+  CurrentRecord record{};
+  record.start_time = moment;
+  record.chart_date = shift.chart_date;
+  record.shift_end = kNoShiftEnd;
+  shift.start = moment;
+  shift.end = FindExpiry(session, machine_id, record, DateTime(9999, 12, 31)).value().moment;
+  return shift;
+}
+
 bool RefreshMachineStatus(Session& session, std::string& error) {
   const DateTime now = GetServerTime(session);
   Recordset machines =

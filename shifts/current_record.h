@@ -5,6 +5,7 @@
 
 #include "machinedata/machine_status.h"
 #include "session/session.h"
+#include "shifts/shift_info.h"
 
 namespace kx {
 
@@ -23,6 +24,10 @@ struct CurrentMachine {
 // The machine as of `time`.
 CurrentMachine GetCurrentMachine(Session& session, std::int32_t machine_id, DateTime time);
 std::int32_t GetCurrentMachineDataID(Session& session, std::int32_t machine_id, DateTime time);
+
+// The shift that a machine works at `moment` without a user. Without a shift it lasts from the moment on
+// until HandleExpiredShifts would end a record that began then.
+ShiftInfo GetShiftAt(Session& session, std::int32_t machine_id, DateTime moment);
 
 // Closes the expired shifts of every machine as of the server's time. False: message 101 is in `error`; the
 // machines handled before stay handled.

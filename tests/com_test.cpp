@@ -125,6 +125,10 @@ TEST(Com, Diagnosis) {
   Bstr name, error;
   EXPECT_EQ(diagnosis->TryStatements(0, nullptr, error.out()), E_POINTER);
   EXPECT_EQ(diagnosis->TryStatements(0, name.out(), nullptr), E_POINTER);
+  LONG shift = 7;
+  EXPECT_EQ(diagnosis->GetShiftAt(1, nullptr, nullptr, time.out(), name.out(), error.out()), E_POINTER);
+  EXPECT_EQ(diagnosis->GetShiftAt(1, nullptr, &shift, time.out(), name.out(), error.out()), E_FAIL);
+  EXPECT_EQ(shift, 0);
   for (const LONG none : {-1, 1000})
     EXPECT_EQ(diagnosis->TryStatements(none, name.out(), error.out()), S_FALSE);
   EXPECT_EQ(name.get(), nullptr);

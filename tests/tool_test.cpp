@@ -214,7 +214,26 @@ TEST_P(EveryPlantTest, AddsAMachineWithItsFirstRecord) {
   EXPECT_EQ(DoCsv("records " + plant_ + " --day 2026-01-12").size(), 1U);
   ExpectError("machine add " + plant_ + " --name X --dept 20 --dnc --group 21",
               "no group with the DNC number 21");
+  ExpectError("machine add " + plant_ + " --name X --number 101", "has the number 101 of");
+  ExpectError("machine add " + plant_ + " --name ' '", "has no name");
+  ExpectError("machine add " + plant_ + " --name X --start 2099-01-01", "future");
   EXPECT_EQ(DoCsv("status " + plant_).size(), 5U);
+}
+
+TEST_P(EveryPlantTest, ShowsTheCalendar) {
+  Do("create " + plant_ + " --demo --start 2026-01-12");
+  Query("insert into T_SFC_MACHINE_SHIFT (MACHINE_ID, SHIFT_ID) values (1, 2)");
+  const std::string week = Do("calendar " + plant_ + " --week 2026-01-14");
+  for (const char* line :
+       {"Lathe 2, Mill 1, Mill 2\n", "Mon 2026-01-12 00:00  Mon 2026-01-12 06:00  -      Mon 2026-01-12\n",
+        "Fri 2026-01-16 14:00  Fri 2026-01-16 22:00  Late   Fri 2026-01-16\n"
+        "Fri 2026-01-16 22:00  Sat 2026-01-17 06:00  Night  Fri 2026-01-16\n"
+        "Sat 2026-01-17 06:00  Sun 2026-01-18 00:00  -      Sat 2026-01-17\n"
+        "Sun 2026-01-18 00:00  Mon 2026-01-19 00:00  -      Sun 2026-01-18\n"})
+    EXPECT_NE(week.find(line), std::string::npos) << line << "in\n" << week;
+  const std::string one = Do("calendar " + plant_ + " --dnc --machine 101 --week 2026-01-18");
+  EXPECT_EQ(one.find("Night"), std::string::npos) << one;
+  EXPECT_NE(one.find("Tue 2026-01-13 14:00  Tue 2026-01-13 22:00  Late"), std::string::npos) << one;
 }
 
 TEST_P(EveryPlantTest, QueuesEventsAndWorksThemOff) {
@@ -536,11 +555,12 @@ TEST_P(DoctorTest, FindsEveryKindOfDamage) {
       {"missing  column of T_SFC_MACHINE; add it as STATUS_DATE ",
        "missing  table T_SFC_MDC_LOG_ASIDE; \"kxdata7 upgrade\" adds it",
        "missing  column of T_SFC_EVENT; add it as PARAM1 TEXT",
-       "missing  column of T_SFC_SHIFT; add it as SUN_INTERVAL_ID INTEGER", "failed   next shift",
-       "failed   new row"});
-  ExpectFindings({"drop table T_SFC_MACHINE_SHIFT", "drop table T_SFC_OPTION"},
-                 {"missing  table T_SFC_MACHINE_SHIFT", "missing  table T_SFC_OPTION", "failed   options",
-                  "failed   current shift", "failed   next shift", "failed   cycle lock"});
+       "missing  column of T_SFC_SHIFT; add it as SUN_INTERVAL_ID INTEGER", "failed   master data",
+       "failed   next shift", "failed   new row"});
+  ExpectFindings(
+      {"drop table T_SFC_MACHINE_SHIFT", "drop table T_SFC_OPTION"},
+      {"missing  table T_SFC_MACHINE_SHIFT", "missing  table T_SFC_OPTION", "failed   options",
+       "failed   master data", "failed   current shift", "failed   next shift", "failed   cycle lock"});
   ExpectFindings({"drop table T_KXES_PTYPE"}, {"missing  table T_KXES_PTYPE", "failed   component"});
 }
 

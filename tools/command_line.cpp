@@ -47,6 +47,7 @@ CommandLine::CommandLine() {
                "DNC system, not by internal ids");
   AddPlantCommands(*this);
   AddPlantFileCommands(*this);
+  AddCalendarCommand(*this);
   AddInputCommands(*this);
   AddProcessCommands(*this);
   AddQueueCommands(*this);

@@ -34,6 +34,7 @@ void AddViewCommands(CommandLine& line);
 void AddLifeCommands(CommandLine& line);
 void AddReportCommands(CommandLine& line);
 void AddPlantFileCommands(CommandLine& line);
+void AddCalendarCommand(CommandLine& line);
 
 CLI::Option* AddCsvFlag(CLI::App& listing, bool& csv);
 

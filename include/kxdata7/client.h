@@ -401,6 +401,20 @@ class Client {
     return Trial{name.ToUtf8(), error.ToUtf8()};
   }
 
+  // The shift that a machine works at a time, -1 for none, since when and until when, and the chart date of
+  // the time; every time as "YYYY-MM-DD HH:MM:SS".
+  struct ShiftSpan {
+    LONG shift_id = -1;
+    std::string from, until, chart_date;
+  };
+  ShiftSpan ShiftAt(LONG machine, std::string_view time) {
+    LONG shift_id = -1;
+    Bstr from, until, chart_date;
+    library_.Check(Diagnosis()->GetShiftAt(machine, Bstr::FromUtf8(time).get(), &shift_id, from.out(),
+                                           until.out(), chart_date.out()));
+    return {shift_id, from.ToUtf8(), until.ToUtf8(), chart_date.ToUtf8()};
+  }
+
   const Library& library() const { return library_; }
   _CKXData7Obj* operator->() const { return object_.get(); }
   _CKXData7Obj& operator*() const { return *object_; }
