@@ -6,12 +6,9 @@
 #include <string>
 #include <string_view>
 
-namespace kx::tool {
+#include "plant/named_values.h"
 
-// Lines name=value, as the plant keeps a source's mapping and its state.
-using NamedValues = std::map<std::string, std::string>;
-NamedValues ParseNamedValues(std::string_view text);
-std::string NamedValuesText(const NamedValues& values);
+namespace kx::tool {
 
 // What a machine tells that becomes events.
 enum class Item { kExecution, kProgram, kParts, kGoodParts, kBadParts, kStop, kMode, kAlarm, kAvailable };

@@ -379,7 +379,7 @@ class Applier {
     plant_.Run(
         "insert into T_SFC_SOURCE (MACHINE_ID, SOURCE_KIND, SOURCE_ADDRESS, SOURCE_MAPPING) values (?, ?, ?, "
         "?)",
-        {id, TextOrNull(source.kind), TextOrNull(source.address), source.MappingText()});
+        {id, TextOrNull(source.kind), TextOrNull(source.address), NamedValuesText(source.mapping)});
   }
 
   void ApplyOptions() {

@@ -196,7 +196,7 @@ class PlantReader {
         if (machine == nullptr) continue;
         machine->source.kind = rows.at(i, 1).ToTextOr("");
         machine->source.address = rows.at(i, 2).ToTextOr("");
-        machine->source.mapping = Source::ParseMapping(rows.at(i, 3).ToTextOr(""));
+        machine->source.mapping = ParseNamedValues(rows.at(i, 3).ToTextOr(""));
       }
       const Rows name =
           plant_.Run("select SETTING_VALUE from T_SFC_SETTING where SETTING_NAME = 'plant_name'");

@@ -200,6 +200,13 @@ class Checker {
     if (none && !partly_) Add(machine, Concat("the machine ", Quoted(machine.name), " has no shift"));
   }
 
+  // As many parts as one event can report.
+  static bool IsPartLimit(const std::string& value) {
+    std::int32_t limit = 0;
+    const char* const end = value.data() + value.size();
+    return std::from_chars(value.data(), end, limit).ptr == end && limit >= 1 && limit <= 32767;
+  }
+
   void CheckSource(const PlantMachine& machine) {
     const Source& source = machine.source;
     const auto add = [&](std::string_view what) {
@@ -217,10 +224,13 @@ class Checker {
       const bool is_known =
           std::ranges::count(kSourceKeys, name) != 0 || std::ranges::count(kSourceSettings, name) != 0;
       const bool is_good = name == "pause_ends_cycle" ? value == "true" || value == "false"
-                           : name == "times"          ? value == "plant" || value == "utc"
-                           : name == "part_limit" ? value.find_first_not_of("0123456789") == std::string::npos
-                                                  : value.find('\n') == std::string::npos;
-      if (!is_known || !is_good || value.empty()) add(Concat("for its input ", name, " = ", Quoted(value)));
+                           : name == "times"      ? value == "plant" || value == "utc" || value == "arrival"
+                           : name == "part_limit" ? IsPartLimit(value)
+                           : name == "maintenance" || name == "alarm_downtime"
+                               ? value.find('\'') == std::string::npos
+                               : value.find('\n') == std::string::npos;
+      if (!is_known || !is_good || value.empty())
+        add(Concat("for its input ", name, " = ", Quoted(value), ", which does not go"));
     }
   }
 
@@ -254,23 +264,6 @@ std::optional<Interval> Interval::Parse(std::string_view text) {
 
 std::string Interval::ToText() const {
   return Concat(TimeOfDay(start), "-", TimeOfDay(stop > kDay ? stop - kDay : stop));
-}
-
-std::string Source::MappingText() const {
-  std::string text;
-  for (const auto& [name, value] : mapping) text += Concat(name, "=", value, "\n");
-  return text;
-}
-
-std::map<std::string, std::string> Source::ParseMapping(std::string_view text) {
-  std::map<std::string, std::string> mapping;
-  while (!text.empty()) {
-    const std::string_view line = text.substr(0, text.find('\n'));
-    text.remove_prefix(std::min(line.size() + 1, text.size()));
-    const std::size_t equals = line.find('=');
-    if (equals != std::string_view::npos) mapping.emplace(line.substr(0, equals), line.substr(equals + 1));
-  }
-  return mapping;
 }
 
 bool IsAsEveryPlantHasIt(const PlantCommand& command) {

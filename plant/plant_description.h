@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "database/date_time.h"
+#include "plant/named_values.h"
 
 namespace kx::tool {
 
@@ -72,21 +73,18 @@ struct Shift : Thing {
 };
 
 // What a source's mapping may hold: which key of the input carries what, and how the input is read.
-constexpr std::array<std::string_view, 6> kSourceKeys = {"execution", "program", "parts",
-                                                         "bad_parts", "stop",    "mode"};
-constexpr std::array<std::string_view, 4> kSourceSettings = {"part_limit", "pause_ends_cycle", "times",
-                                                             "device"};
+constexpr std::array<std::string_view, 9> kSourceKeys = {
+    "execution", "program", "parts", "good_parts", "bad_parts", "stop", "mode", "alarm", "available"};
+constexpr std::array<std::string_view, 6> kSourceSettings = {
+    "part_limit", "pause_ends_cycle", "times", "device", "maintenance", "alarm_downtime"};
 
 // How a machine's input reaches the plant, as T_SFC_SOURCE has it.
 struct Source {
   std::string kind;  // "adapter", "agent", empty for recordings alone
   std::string address;
-  std::map<std::string, std::string> mapping;
+  NamedValues mapping;
 
   bool empty() const { return kind.empty() && mapping.empty(); }
-  // The mapping as lines name=value.
-  static std::map<std::string, std::string> ParseMapping(std::string_view text);
-  std::string MappingText() const;
   friend bool operator==(const Source&, const Source&) = default;
 };
 

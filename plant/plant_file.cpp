@@ -394,7 +394,7 @@ class PlantFileReader {
       source.mapping["part_limit"] = std::to_string(*limit);
     if (const auto ends = fields.Flag("pause_ends_cycle"))
       source.mapping["pause_ends_cycle"] = *ends ? "true" : "false";
-    for (const std::string_view name : {"times", "device"}) {
+    for (const std::string_view name : {"times", "device", "maintenance", "alarm_downtime"}) {
       if (fields.Find(name) != nullptr) source.mapping[std::string(name)] = fields.Text(name);
     }
   }

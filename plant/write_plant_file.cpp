@@ -198,7 +198,7 @@ class PlantFileWriter {
     for (const std::string_view name : kSourceSettings) {
       const auto setting = machine.source.mapping.find(std::string(name));
       if (setting == machine.source.mapping.end()) continue;
-      const bool is_text = name == "times" || name == "device";
+      const bool is_text = name != "part_limit" && name != "pause_ends_cycle";
       Append(text, name, " = ", is_text ? Quoted(setting->second) : setting->second, "\n");
     }
     return text;
