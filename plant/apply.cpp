@@ -264,7 +264,7 @@ class Applier {
   }
 
   // What refers to a thing in the plant refers to it by its new name.
-  void Rename(const Kind& kind, std::string before, const std::string& after) {
+  void Rename(const Kind& kind, const std::string& before, const std::string& after) {
     for (PlantMachine& machine : present_.machines) {
       if (&kind == &kDepartment && machine.department == before) machine.department = after;
       if (&kind == &kLocation && machine.location == before) machine.location = after;

@@ -174,30 +174,29 @@ class PlantFileReader {
     ReadList(root, "locations", "location", plant_.locations);
     ReadList(root, "groups", "group", plant_.groups);
     ReadList(root, "operations", "operation", plant_.operations);
-    ReadTable(root, "shifts",
-              [&](std::string name, const Entry& entry) { ReadShift(std::move(name), entry); });
+    ReadTable(root, "shifts", [&](const std::string& name, const Entry& entry) { ReadShift(name, entry); });
     ReadMachines(root);
-    ReadTable(root, "operators", [&](std::string name, const Entry& entry) {
+    ReadTable(root, "operators", [&](const std::string& name, const Entry& entry) {
       auto& person = plant_.operators.emplace_back();
-      ReadShort(person, std::move(name), entry, "operator", "shift",
+      ReadShort(person, name, entry, "operator", "shift",
                 [&](Fields& fields) { person.shift = fields.Text("shift"); });
     });
-    ReadTable(root, "parts", [&](std::string name, const Entry& entry) {
+    ReadTable(root, "parts", [&](const std::string& name, const Entry& entry) {
       auto& part = plant_.parts.emplace_back();
-      ReadShort(part, std::move(name), entry, "part", "type",
+      ReadShort(part, name, entry, "part", "type",
                 [&](Fields& fields) { part.type = fields.Number("type", kAnyNumber); });
     });
-    ReadTable(root, "jobs", [&](std::string name, const Entry& entry) {
+    ReadTable(root, "jobs", [&](const std::string& name, const Entry& entry) {
       auto& job = plant_.jobs.emplace_back();
-      ReadShort(job, std::move(name), entry, "job", "parts", [&](Fields& fields) {
+      ReadShort(job, name, entry, "job", "parts", [&](Fields& fields) {
         job.parts = fields.Texts("parts").value_or(std::vector<std::string>());
       });
     });
     ReadDowntimes(root);
     ReadScrap(root);
-    ReadTable(root, "commands", [&](std::string name, const Entry& entry) {
+    ReadTable(root, "commands", [&](const std::string& name, const Entry& entry) {
       auto& command = plant_.commands.emplace_back();
-      ReadShort(command, std::move(name), entry, "command", "number", [&](Fields& fields) {
+      ReadShort(command, name, entry, "command", "number", [&](Fields& fields) {
         command.number = fields.Number("number");
         command.type_code = fields.Number("type", kAnyNumber).value_or(kOwnCommand);
       });
@@ -224,9 +223,9 @@ class PlantFileReader {
 
   // An entry NAME = VALUE, where the value is the thing's main field alone or a table of all fields.
   template <class T, class Read>
-  void ReadShort(T& thing, std::string name, const Entry& entry, std::string_view noun,
+  void ReadShort(T& thing, const std::string& name, const Entry& entry, std::string_view noun,
                  std::string_view main_field, Read read) {
-    thing.name = std::move(name);
+    thing.name = name;
     thing.at = PositionOf(entry.first->source());
     const toml::table* const table = entry.second->as_table();
     Fields fields(problems_, noun, thing.at,
@@ -264,9 +263,9 @@ class PlantFileReader {
     }
   }
 
-  void ReadShift(std::string name, const Entry& entry) {
+  void ReadShift(const std::string& name, const Entry& entry) {
     Shift& shift = plant_.shifts.emplace_back();
-    shift.name = std::move(name);
+    shift.name = name;
     shift.at = PositionOf(entry.first->source());
     const toml::table* const table = entry.second->as_table();
     if (table == nullptr) {
@@ -404,10 +403,10 @@ class PlantFileReader {
     if (table == nullptr) return;
     Fields kinds(problems_, "table of downtimes", {}, {table});
     for (std::size_t kind = 0; kind < kDowntimeKinds.size(); ++kind) {
-      ReadTable(kinds, kDowntimeKinds[kind], [&](std::string name, const Entry& entry) {
+      ReadTable(kinds, kDowntimeKinds[kind], [&](const std::string& name, const Entry& entry) {
         auto& code = plant_.downtimes.emplace_back();
         code.kind = static_cast<std::int32_t>(kind);
-        ReadShort(code, std::move(name), entry, "downtime code", "name", [&](Fields& fields) {
+        ReadShort(code, name, entry, "downtime code", "name", [&](Fields& fields) {
           code.label = fields.Text("name");
           code.ignore_cycles = fields.Flag("ignore_cycles").value_or(false);
         });
@@ -420,14 +419,14 @@ class PlantFileReader {
   void ReadScrap(Fields& root) {
     std::string default_code;
     Position default_at;
-    ReadTable(root, "scrap", [&](std::string name, const Entry& entry) {
+    ReadTable(root, "scrap", [&](const std::string& name, const Entry& entry) {
       if (name == "default") {
         default_at = PositionOf(entry.second->source());
         default_code = root.TextOf(*entry.second, "default");
         return;
       }
       auto& code = plant_.scrap.emplace_back();
-      ReadShort(code, std::move(name), entry, "scrap code", "name",
+      ReadShort(code, name, entry, "scrap code", "name",
                 [&](Fields& fields) { code.label = fields.Text("name"); });
     });
     if (default_code.empty()) return;
@@ -494,8 +493,7 @@ PlantDescription ParsePlantFile(std::string_view text, DateTime now, std::vector
   PlantDescription plant = PlantFileReader(now, problems).Read(file);
   std::ranges::move(CheckDescription(plant, partly), std::back_inserter(problems));
   std::ranges::sort(problems);
-  const auto repeated = std::ranges::unique(problems);
-  problems.erase(repeated.begin(), repeated.end());
+  problems.erase(std::unique(problems.begin(), problems.end()), problems.end());
   return plant;
 }
 
