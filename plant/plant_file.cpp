@@ -362,7 +362,7 @@ class PlantFileReader {
   }
 
   static std::optional<DateTime> DateTimeOf(const toml::node& node) {
-    toml::date_time time;
+    toml::date_time time{};
     if (const auto* const date = node.as_date()) {
       time.date = date->get();
     } else if (const auto* const both = node.as_date_time(); both != nullptr && both->get().is_local()) {

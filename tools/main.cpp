@@ -66,8 +66,9 @@ std::string NoCommand(const CLI::App& app, const std::vector<std::string>& argum
   std::vector<std::string> names;
   for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
     names.push_back(command->get_name());
-  const std::string near = kx::tool::DidYouMean(*given, names);
-  return "there is no command \"" + *given + '"' + (near.empty() ? "; \"kxdata7 --help\" lists them" : near);
+  const std::string nearest = kx::tool::DidYouMean(*given, names);
+  return "there is no command \"" + *given + '"' +
+         (nearest.empty() ? "; \"kxdata7 --help\" lists them" : nearest);
 }
 
 int Run(std::vector<std::string> arguments) {
