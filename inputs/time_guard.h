@@ -17,7 +17,7 @@ struct TimeGuardOptions {
 };
 
 // How far ahead of the plant's clock an event may lie, in seconds.
-inline constexpr std::int64_t kFutureLimit = 24 * 60 * 60;
+inline constexpr std::int64_t kFutureLimit = 86'400;
 
 // Up to when a machine has been through events: the start of its open record, what ran on it, what waits for
 // it. Nothing when it has been through none.

@@ -50,6 +50,7 @@ NamedEvent ParseEventName(std::string_view name) {
       return {command_type::kCustom, event.time_code, *command};
   }
   std::vector<std::string> names;
+  names.reserve(kxdata7::kEvents.size());
   for (const Event& event : kxdata7::kEvents) names.emplace_back(event.name);
   throw ToolError(Concat("there is no event \"", name, "\"", DidYouMean(name, names)));
 }

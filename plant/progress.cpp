@@ -16,7 +16,7 @@ constexpr milliseconds kBetweenBars{200};
 constexpr seconds kBetweenLines{10};
 
 std::string TimeLeft(std::int64_t seconds_left) {
-  const std::string rest = std::to_string(seconds_left % 60) + " s left";
+  std::string rest = std::to_string(seconds_left % 60) + " s left";
   if (seconds_left < 60) return rest;
   if (seconds_left < 3600) return std::to_string(seconds_left / 60) + " min " + rest;
   return std::to_string(seconds_left / 3600) + " h " + std::to_string(seconds_left / 60 % 60) + " min left";

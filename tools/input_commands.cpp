@@ -93,7 +93,7 @@ void Show(const std::string& file, std::vector<BadLine> lines, std::ostream& out
 }
 
 // Lines as they come, from the standard input: queued and committed whenever no more is there.
-int ImportStream(Plant& plant, const PlantOptions& plant_options, ImportOptions import) {
+int ImportStream(Plant& plant, const PlantOptions& plant_options, const ImportOptions& import) {
   Importer importer(plant, import, DatabaseTime(plant, plant_options.dialect));
   const ShdrOptions options = ReaderOptions(plant, importer, import);
   std::size_t number = 0;

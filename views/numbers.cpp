@@ -148,6 +148,7 @@ std::vector<ReasonSum> SumRows(const std::vector<Row>& rows, Fill fill) {
     fill(sum, row);
   }
   std::vector<ReasonSum> sorted;
+  sorted.reserve(sums.size());
   for (auto& [key, sum] : sums) sorted.push_back(std::move(sum));
   std::ranges::stable_sort(sorted, std::greater(), [](const ReasonSum& s) { return s.amount + s.running; });
   return sorted;

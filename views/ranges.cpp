@@ -58,8 +58,8 @@ std::vector<ShiftTime> Calendar::OfDay(DateTime day) const {
 
 std::optional<ShiftTime> Calendar::At(DateTime moment) const {
   for (const int back : {1, 0}) {
-    for (ShiftTime& shift : OfDay(moment.AddDays(-back))) {
-      if (shift.start <= moment && moment < shift.stop) return std::move(shift);
+    for (const ShiftTime& shift : OfDay(moment.AddDays(-back))) {
+      if (shift.start <= moment && moment < shift.stop) return shift;
     }
   }
   return std::nullopt;

@@ -99,7 +99,7 @@ class Page {
         axis_(range_.from, range_.to),
         links_(links),
         large_(data_.machines.size() <= kMostLargeLanes),
-        long_(axis_.seconds() > 2 * 86'400) {}
+        long_(axis_.seconds() > std::int64_t{2} * 86'400) {}
 
   std::string Html();
 
@@ -233,7 +233,7 @@ std::vector<Page::Tick> Page::Ticks() const {
     }
     return ticks;
   }
-  const std::int64_t step = (hours <= 10 ? 1 : 3) * 3600;
+  const std::int64_t step = std::int64_t{hours <= 10 ? 1 : 3} * 3600;
   const std::int64_t first = SecondsBetween(range_.from.Date(), range_.from);
   for (DateTime time = range_.from.AddSeconds((step - first % step) % step); time <= range_.to;
        time = time.AddSeconds(step))

@@ -222,13 +222,13 @@ class Library {
       if (address == nullptr) throw std::runtime_error("Not the component: " + loader::LastError(name));
       function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(address);
     };
-    find(result.get_class_object_, "DllGetClassObject");
-    find(result.can_unload_now_, "DllCanUnloadNow");
-    find(result.register_server_, "DllRegisterServer");
-    find(result.unregister_server_, "DllUnregisterServer");
+    find(result.functions_.get_class_object, "DllGetClassObject");
+    find(result.functions_.can_unload_now, "DllCanUnloadNow");
+    find(result.functions_.register_server, "DllRegisterServer");
+    find(result.functions_.unregister_server, "DllUnregisterServer");
 #ifndef _WIN32
-    find(result.get_error_info_, "GetErrorInfo");
-    find(result.set_yield_hook_, "KXSetYieldHook");
+    find(result.functions_.get_error_info, "GetErrorInfo");
+    find(result.functions_.set_yield_hook, "KXSetYieldHook");
 #endif
     return result;
   }
@@ -243,21 +243,22 @@ class Library {
   // The component that this program is linked with.
   static Library Linked() {
     Library result;
-    result.get_class_object_ = &DllGetClassObject;
-    result.can_unload_now_ = &DllCanUnloadNow;
-    result.register_server_ = &DllRegisterServer;
-    result.unregister_server_ = &DllUnregisterServer;
+    result.functions_.get_class_object = &DllGetClassObject;
+    result.functions_.can_unload_now = &DllCanUnloadNow;
+    result.functions_.register_server = &DllRegisterServer;
+    result.functions_.unregister_server = &DllUnregisterServer;
 #ifndef _WIN32
-    result.get_error_info_ = &GetErrorInfo;
-    result.set_yield_hook_ = &KXSetYieldHook;
+    result.functions_.get_error_info = &GetErrorInfo;
+    result.functions_.set_yield_hook = &KXSetYieldHook;
 #endif
     return result;
   }
 
-  Library(Library&& other) noexcept : Library(other) { other.handle_ = nullptr; }
+  Library(Library&& other) noexcept
+      : handle_(std::exchange(other.handle_, nullptr)), functions_(other.functions_) {}
   Library& operator=(Library&&) = delete;
   ~Library() {
-    const bool in_use = can_unload_now_ != nullptr && can_unload_now_() != S_OK;
+    const bool in_use = functions_.can_unload_now != nullptr && functions_.can_unload_now() != S_OK;
     if (handle_ != nullptr && !in_use) loader::Close(handle_);
   }
 
@@ -265,7 +266,7 @@ class Library {
   ComPtr<_CKXData7Obj> Create() const {
     ComPtr<IClassFactory> factory;
     void** out = reinterpret_cast<void**>(factory.out());
-    Check(get_class_object_(CLSID_CKXData7Obj, IID_IClassFactory, out));
+    Check(functions_.get_class_object(CLSID_CKXData7Obj, IID_IClassFactory, out));
     ComPtr<_CKXData7Obj> result;
     out = reinterpret_cast<void**>(result.out());
     Check(factory->CreateInstance(nullptr, IID__CKXData7Obj, out));
@@ -276,7 +277,7 @@ class Library {
   Bstr TakeErrorText() const {
     Bstr text;
     ComPtr<IErrorInfo> info;
-    if (get_error_info_(0, info.out()) == S_OK) info->GetDescription(text.out());
+    if (functions_.get_error_info(0, info.out()) == S_OK) info->GetDescription(text.out());
     return text;
   }
 
@@ -291,28 +292,32 @@ class Library {
 
   // Registers the class with this file, and takes the registration back: on Linux in the first of
   // ClassDirectories(), on Windows for all users or, without an administrator's rights, for this one.
-  void Register() const { Check(register_server_()); }
-  void Unregister() const { Check(unregister_server_()); }
+  void Register() const { Check(functions_.register_server()); }
+  void Unregister() const { Check(functions_.unregister_server()); }
 
 #ifndef _WIN32
-  void SetYieldHook(void (*hook)()) const { set_yield_hook_(hook); }
+  void SetYieldHook(void (*hook)()) const { functions_.set_yield_hook(hook); }
 #endif
 
  private:
+  // What the library exports.
+  struct Functions {
+    decltype(&DllGetClassObject) get_class_object = nullptr;
+    decltype(&DllCanUnloadNow) can_unload_now = nullptr;
+    decltype(&DllRegisterServer) register_server = nullptr;
+    decltype(&DllUnregisterServer) unregister_server = nullptr;
+#ifdef _WIN32
+    decltype(&GetErrorInfo) get_error_info = &GetErrorInfo;
+#else
+    decltype(&GetErrorInfo) get_error_info = nullptr;
+    decltype(&KXSetYieldHook) set_yield_hook = nullptr;
+#endif
+  };
+
   Library() = default;
-  Library(const Library&) = default;
 
   loader::Handle handle_ = nullptr;
-  decltype(&DllGetClassObject) get_class_object_ = nullptr;
-  decltype(&DllCanUnloadNow) can_unload_now_ = nullptr;
-  decltype(&DllRegisterServer) register_server_ = nullptr;
-  decltype(&DllUnregisterServer) unregister_server_ = nullptr;
-#ifdef _WIN32
-  decltype(&GetErrorInfo) get_error_info_ = &GetErrorInfo;
-#else
-  decltype(&GetErrorInfo) get_error_info_ = nullptr;
-  decltype(&KXSetYieldHook) set_yield_hook_ = nullptr;
-#endif
+  Functions functions_;
 };
 
 // The dialect of the statements that the component writes.
