@@ -63,7 +63,7 @@ TEST(CsvInput, ReportsBadLinesAndGoesOn) {
             "9 06:00:00 good\n"
             "2 bad: \"2026-02-30 06:00:00\" is no date and time\n"
             "3 bad: a quote is not closed\n"
-            "4 bad: there is no event \"goods\"\n"
+            "4 bad: there is no event \"goods\"; did you mean \"good\"?\n"
             "5 bad: there is no event \"cycle\"\n"
             "6 bad: \"one\" is no machine number\n"
             "7 bad: there are more fields than columns\n"

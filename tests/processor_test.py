@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import datetime
 import os
 import pathlib
 import re
@@ -18,6 +19,12 @@ from typing import Callable, List, Optional
 TOOL = os.environ["KXDATA7_TOOL"]
 SERVER = os.environ["KXDATA7_RUN_SERVER"]
 os.environ.update(TZ="UTC", PGTZ="UTC")
+
+# A Monday that is over: its shifts are known, and there are few to catch up with.
+TODAY = datetime.datetime.now(datetime.timezone.utc).date()
+MONDAY = TODAY - datetime.timedelta(days=TODAY.weekday() + (7 if TODAY.weekday() < 2 else 0))
+DAY = str(MONDAY)
+NEXT_DAY = str(MONDAY + datetime.timedelta(days=1))
 
 
 def wait_until(condition: Callable[[], bool], what: str, seconds: float = 60) -> None:
@@ -36,7 +43,7 @@ class Cases:
         self.addCleanup(temporary.cleanup)
         self.folder = pathlib.Path(temporary.name)
         self.plant = self.new_plant()
-        self.tool("create", self.plant, "--demo", "--start", "2026-01-12")
+        self.tool("create", self.plant, "--demo", "--start", DAY)
 
     def new_plant(self) -> str:
         return str(self.folder / "plant.db")
@@ -88,12 +95,12 @@ class Cases:
         self.tool("import", self.plant, "day.csv", "--machine", "1")
 
     def import_counts(self, count: int) -> None:
-        self.import_lines([f"2026-01-12 07:{i // 60:02}:{i % 60:02},good,1" for i in range(count)])
+        self.import_lines([f"{DAY} 07:{i // 60:02}:{i % 60:02},good,1" for i in range(count)])
 
     def test_two_processors_work_each_event_once(self) -> None:
         cycles = 60
         self.import_lines(
-            [f"2026-01-12 07:{i:02}:{s},cycle {e}" for i in range(cycles) for s, e in (("00", "start"), ("30", "end"))]
+            [f"{DAY} 07:{i:02}:{s},cycle {e}" for i in range(cycles) for s, e in (("00", "start"), ("30", "end"))]
         )
         alias = self.folder / "alias.db"
         alias.symlink_to("plant.db")
@@ -135,12 +142,12 @@ class Cases:
     def test_closes_the_shifts_of_idle_machines(self) -> None:
         process = self.follow()
         open_since = "select min(START_TIME) from T_SFC_MACHINE_DATA where STOP_TIME is null"
-        wait_until(lambda: self.query(open_since)[0][0] > "2026-01-13" and self.waiting() == 0, "the last shift")
+        wait_until(lambda: self.query(open_since)[0][0] > NEXT_DAY and self.waiting() == 0, "the last shift")
         self.end(process)
         # The first Monday of the demo's three shifts, and the record before them.
         starts = (
             "select START_TIME from T_SFC_MACHINE_DATA where MACHINE_ID = 2 and "
-            "START_TIME between '2026-01-12' and '2026-01-13' order by 1"
+            f"START_TIME between '{DAY}' and '{NEXT_DAY}' order by 1"
         )
         self.assertEqual([row[0][11:] for row in self.query(starts)], ["00:00:00", "06:00:00", "14:00:00", "22:00:00"])
         machines = "select count(*), count(distinct MACHINE_ID) from T_SFC_MACHINE_DATA where STOP_TIME is null"
@@ -159,7 +166,7 @@ class Cases:
         wait_until(lambda: self.number(counts) == 0, "the rest")
         wait_until(lambda: self.query(setting) == [], "the end of the error")
         errors = self.end(process)
-        self.assertRegex(errors, r"^kxdata7: ..:..:.. row 2 \(good, machine 1, 2026-01-12 07:00:01\): Overflow\n$")
+        self.assertRegex(errors, rf"^kxdata7: ..:..:.. row 2 \(good, machine 1, {DAY} 07:00:01\): Overflow\n$")
         self.assertEqual(self.number("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA"), 4)
 
     def test_applies_an_event_once_whose_row_stays(self) -> None:
