@@ -69,8 +69,10 @@ file(RELATIVE_PATH prefix_from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/kxdata7.pc.in kxdata7.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/kxdata7.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# A service that works a plant off, its user, and an example of its settings.
-configure_file(packaging/kxdata7@.service.in kxdata7@.service @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/kxdata7@.service DESTINATION lib/systemd/system)
+# Services: one that works a plant off, one that shows it; their user, and an example of their settings.
+foreach(unit kxdata7@.service kxdata7-board@.service)
+  configure_file(packaging/${unit}.in ${unit} @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${unit} DESTINATION lib/systemd/system)
+endforeach()
 install(FILES packaging/kxdata7.sysusers DESTINATION lib/sysusers.d RENAME kxdata7.conf)
 install(FILES packaging/plant.conf docs/operation.md DESTINATION ${CMAKE_INSTALL_DOCDIR})

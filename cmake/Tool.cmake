@@ -22,17 +22,19 @@ embed(schema_sql.cpp plant/schema_sql.h SchemaSql ${schema_files})
 file(GLOB assets CONFIGURE_DEPENDS views/assets/*)
 embed(assets.cpp views/assets.h Asset ${assets})
 
-# CLI11 and toml++ are headers alone. Their folder on a build machine is full of that system's own, which a cross compiler
-# must not see.
+# CLI11, toml++ and Boost.Beast are headers alone. Their folder on a build machine is full of that system's own, which a
+# cross compiler must not see.
 add_library(kxdata7_cli INTERFACE)
 if(CMAKE_CROSSCOMPILING)
   file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/include)
-  foreach(header CLI/CLI.hpp toml++/toml.h)
+  foreach(header CLI/CLI.hpp toml++/toml.h boost/beast.hpp)
     get_filename_component(folder ${header} DIRECTORY)
     find_path(${folder}_FOLDER ${header} PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
     file(CREATE_LINK ${${folder}_FOLDER}/${folder} ${PROJECT_BINARY_DIR}/include/${folder} SYMBOLIC)
   endforeach()
   target_include_directories(kxdata7_cli SYSTEM INTERFACE ${PROJECT_BINARY_DIR}/include)
+  # The server's sockets.
+  target_link_libraries(kxdata7_cli INTERFACE ws2_32 mswsock)
 endif()
 
 add_executable(kxdata7 tools/main.cpp)

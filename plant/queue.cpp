@@ -82,6 +82,26 @@ std::int32_t CountBehind(Plant& plant, std::int32_t row) {
       .ToInt32();
 }
 
+std::string MissingFor(Plant& plant, const QueuedEvent& event) {
+  if (event.command_id != -1 && event.type_code == -1)
+    return Concat("Command ", event.command_id, " is not in the plant's list.");
+  const Rows machine = plant.Run(
+      "select d.MACHINE_DATA_ID from T_SFC_MACHINE m left join T_SFC_MACHINE_DATA d "
+      "on d.MACHINE_DATA_ID = m.MACHINE_DATA_ID where m.MACHINE_ID = ?",
+      {event.machine_id});
+  if (machine.count() == 0) return Concat("The plant has no machine ", event.machine_id, ".");
+  if (machine.at(0, 0).IsNull())
+    return Concat("Machine ", event.machine_id, " has no open record; \"kxdata7 doctor\" says more.");
+  for (const std::int32_t option : {1, 4, 5}) {
+    if (plant.Run("select OPTION_ID from T_SFC_OPTION where APP_CODE = 2 and OPTION_CODE = ?", {option})
+            .count() == 0)
+      return Concat("The option 2, ", option, " is missing; \"kxdata7 create\" adds it.");
+  }
+  if (plant.Run("select count(*) from T_SFC_SHIFT").at(0, 0).ToInt32() == 0)
+    return "The plant has no shifts.";
+  return "";
+}
+
 void QueueEvent(Plant& plant, const Machine& machine, const NamedEvent& event, const std::string& param,
                 DateTime time) {
   Value command_id;

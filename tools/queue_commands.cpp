@@ -113,6 +113,8 @@ int ShowHead(const PlantOptions& options) {
   } else {
     std::cout << (error->empty() ? "none, in a trial on a copy" : *error) << '\n';
   }
+  if (const std::string missing = MissingFor(plant, *head); !missing.empty())
+    std::cout << "Missing: " << missing << '\n';
   return 0;
 }
 

@@ -7,6 +7,7 @@
 #include "plant/platform.h"
 #include "tools/command_line.h"
 #include "views/report.h"
+#include "views/server.h"
 
 namespace kx::tool {
 namespace {
@@ -60,7 +61,7 @@ int WithReport(const PlantOptions& plant_options, const Options& options, Print 
   Scope scope{ChosenRange(options, calendar, now), {}, now};
   if (options.machine) scope.machine = plant.FindId("T_SFC_MACHINE", *options.machine);
   const std::string name = options.name.empty() ? PlantName(plant, plant_options.plant) : options.name;
-  print(Report{plant, calendar, name, scope});
+  print(PlantReport{plant, calendar, name, scope});
   return 0;
 }
 
@@ -84,7 +85,7 @@ void AddReportCommands(CommandLine& line) {
   const auto options = std::make_shared<Options>();
   CLI::App* const report =
       line.Command("report", "Sums of the records: times, cycles, parts", [&line, options] {
-        return WithReport(line.plant, *options, [&](const Report& made) {
+        return WithReport(line.plant, *options, [&](const PlantReport& made) {
           if (options->html.empty()) return PrintReport(made, options->by, options->format(), std::cout);
           WriteFile(options->html, ReportPage(made));
           std::cout << "The page is in " << options->html << ".\n";
@@ -101,13 +102,22 @@ void AddReportCommands(CommandLine& line) {
   const auto add_listing = [&](const char* name, const char* description, auto print, bool with_shift) {
     CLI::App* const listing = line.Command(name, description, [&line, options, print] {
       return WithReport(line.plant, *options,
-                        [&](const Report& made) { print(made, options->format(), std::cout); });
+                        [&](const PlantReport& made) { print(made, options->format(), std::cout); });
     });
     AddRangeOptions(*listing, *options, with_shift);
   };
   add_listing("events", "Lists the events that were worked in, by their start", PrintEvents, false);
   add_listing("downtimes", "Lists the downtimes of the records", PrintDowntimes, true);
   add_listing("scrap", "Lists the scrapped parts of the records", PrintScrap, true);
+
+  const auto serve = std::make_shared<ServeOptions>();
+  CLI::App* const server = line.Command("serve", "Shows the board and the reports to browsers",
+                                        [&line, serve] { return Serve(line.plant, *serve); });
+  server->add_option("--listen", serve->listen, "Where to listen; port 0 takes a free one")
+      ->type_name("ADDRESS:PORT")
+      ->capture_default_str();
+  server->add_option("--name", serve->name, "The plant's name, when the plant does not hold it");
+  AddTimeOption(*server, "--now", serve->now, "Shows the plant as of this time for ever, for pictures");
 }
 
 }  // namespace kx::tool

@@ -52,8 +52,13 @@ DateTime EndOfOpen(const RecordRow& record, const Value& shift_end, DateTime now
   return std::max(record.start, std::min(now, most));
 }
 
-std::vector<DowntimeRow> ReadDowntimes(Plant& plant, const Scope& scope, DateTime first, DateTime last) {
-  const auto [condition, parameters] = InScope(scope, first, last);
+// The open records, whichever range they are booked in.
+Condition AreOpen() {
+  return {" join T_SFC_MACHINE m on m.MACHINE_DATA_ID = d.MACHINE_DATA_ID where d.STOP_TIME is null", {}};
+}
+
+std::vector<DowntimeRow> ReadDowntimes(Plant& plant, const Condition& which, DateTime now) {
+  const auto& [condition, parameters] = which;
   const Rows rows = plant.db.ExecuteDirect(
       "select d.MACHINE_DATA_ID, d.MACHINE_ID, d.START_TIME, t.START_TIME, t.STOP_TIME, t.DURATION, "
       "t.DOWNTIME_TYPE_CODE, c.DOWNTIME_CODE_NUMBER, c.DOWNTIME_CODE_NAME, t.DT_NUMBER "
@@ -65,23 +70,21 @@ std::vector<DowntimeRow> ReadDowntimes(Plant& plant, const Scope& scope, DateTim
   for (std::size_t i = 0; i < rows.count(); ++i) {
     const DateTime start = rows.at(i, 3).ToDateTimeOr(rows.at(i, 2).ToDateTime());
     const bool open = rows.at(i, 4).IsNull();
-    downtimes.push_back({rows.at(i, 0).ToInt32(), rows.at(i, 1).ToInt32Or(-1), start,
-                         open ? std::nullopt : std::optional(rows.at(i, 4).ToDateTime()),
-                         WholeSeconds(rows.at(i, 5), kHour),
-                         open ? std::max<std::int64_t>(0, SecondsBetween(start, scope.now)) : 0,
-                         rows.at(i, 6).ToInt32Or(0) == 1, start == rows.at(i, 2).ToDateTime(),
-                         ReasonOf(rows.at(i, 7), rows.at(i, 8), rows.at(i, 9))});
+    downtimes.push_back(
+        {rows.at(i, 0).ToInt32(), rows.at(i, 1).ToInt32Or(-1), start,
+         open ? std::nullopt : std::optional(rows.at(i, 4).ToDateTime()), WholeSeconds(rows.at(i, 5), kHour),
+         open ? std::max<std::int64_t>(0, SecondsBetween(start, now)) : 0, rows.at(i, 6).ToInt32Or(0) == 1,
+         start == rows.at(i, 2).ToDateTime(), ReasonOf(rows.at(i, 7), rows.at(i, 8), rows.at(i, 9))});
   }
   return downtimes;
 }
 
-void ReadRecords(Plant& plant, const Scope& scope, DateTime first, DateTime last,
+void ReadRecords(Plant& plant, const Condition& which, DateTime now,
                  const std::function<void(const RecordRow&)>& take) {
   std::map<std::int32_t, std::int64_t> downtimes;
-  for (const DowntimeRow& row : ReadDowntimes(plant, scope, first, last))
-    downtimes[row.record_id] += row.seconds;
+  for (const DowntimeRow& row : ReadDowntimes(plant, which, now)) downtimes[row.record_id] += row.seconds;
 
-  const auto [condition, parameters] = InScope(scope, first, last);
+  const auto& [condition, parameters] = which;
   const Rows rows = plant.db.ExecuteDirect(
       "select d.MACHINE_DATA_ID, d.MACHINE_ID, d.START_TIME, d.STOP_TIME, d.CHART_DATE, d.SHIFT_ID, "
       "d.SHIFT_END, d.CYCLE_TIME, d.SETUP_TIME, d.TEARDOWN_TIME, d.IDLE_TIME, d.FINISHED_CYCLES, "
@@ -96,11 +99,11 @@ void ReadRecords(Plant& plant, const Scope& scope, DateTime first, DateTime last
     RecordRow record;
     record.id = at(0).ToInt32();
     record.machine_id = at(1).ToInt32Or(-1);
-    record.day = at(4).ToDateTime().Date();
-    record.start = at(2).ToDateTimeOr(record.day);
+    record.start = at(2).IsNull() ? at(4).ToDateTime() : at(2).ToDateTime();
+    record.day = at(4).ToDateTimeOr(record.start).Date();
     if (!at(3).IsNull()) record.stop = at(3).ToDateTime();
     if (!at(5).IsNull()) record.shift_id = at(5).ToInt32();
-    record.end = record.stop.value_or(EndOfOpen(record, at(6), scope.now));
+    record.end = record.stop.value_or(EndOfOpen(record, at(6), now));
     record.job = KnownOr(at(15), at(16));
     record.part = KnownOr(at(17), at(18));
     record.operation = KnownOr(at(19), at(20));
@@ -168,7 +171,9 @@ Sums& Sums::operator+=(const Sums& other) {
 }
 
 void ForEachRecord(Plant& plant, const Scope& scope, const std::function<void(const RecordRow&)>& take) {
-  EachWeek(scope.range, [&](DateTime first, DateTime last) { ReadRecords(plant, scope, first, last, take); });
+  EachWeek(scope.range, [&](DateTime first, DateTime last) {
+    ReadRecords(plant, InScope(scope, first, last), scope.now, take);
+  });
 }
 
 std::string Reason::Text() const {
@@ -177,7 +182,19 @@ std::string Reason::Text() const {
 }
 
 std::vector<DowntimeRow> ReadDowntimes(Plant& plant, const Scope& scope) {
-  return ReadDowntimes(plant, scope, scope.range.first, scope.range.last);
+  return ReadDowntimes(plant, InScope(scope, scope.range.first, scope.range.last), scope.now);
+}
+
+std::vector<RecordRow> ReadOpenRecords(Plant& plant, DateTime now) {
+  std::vector<RecordRow> records;
+  ReadRecords(plant, AreOpen(), now, [&](const RecordRow& record) { records.push_back(record); });
+  return records;
+}
+
+std::vector<DowntimeRow> ReadOpenDowntimes(Plant& plant, DateTime now) {
+  std::vector<DowntimeRow> rows = ReadDowntimes(plant, AreOpen(), now);
+  std::erase_if(rows, [](const DowntimeRow& row) { return row.stop.has_value(); });
+  return rows;
 }
 
 std::vector<DowntimeRow> MergeStops(std::vector<DowntimeRow> rows) {

@@ -51,6 +51,8 @@ struct RecordRow {
 };
 // The records in the order of machine and start, without more than a week of them in memory.
 void ForEachRecord(Plant& plant, const Scope& scope, const std::function<void(const RecordRow&)>& take);
+// The machines' open records, whichever day or shift they are booked on.
+std::vector<RecordRow> ReadOpenRecords(Plant& plant, DateTime now);
 
 // A downtime code or a scrap code.
 struct Reason {
@@ -74,6 +76,8 @@ struct DowntimeRow {
 };
 // The downtimes of the records of `scope`, in the order of machine and start.
 std::vector<DowntimeRow> ReadDowntimes(Plant& plant, const Scope& scope);
+// Those that run now.
+std::vector<DowntimeRow> ReadOpenDowntimes(Plant& plant, DateTime now);
 
 // Rows of one machine, kind and reason of which each begins where the one before ends: one stop, cut by
 // changes of operator, job or shift. `carried` says that it began before the range.

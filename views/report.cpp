@@ -61,14 +61,14 @@ std::vector<std::string> SumTitles(std::vector<std::string> titles, bool words) 
   return titles;
 }
 
-std::string AboutText(const Report& report) {
+std::string AboutText(const PlantReport& report) {
   const Range& range = report.scope.range;
   std::string text = Concat(report.plant_name, ": ", range.Title());
   if (const std::string times = range.Times(); !times.empty()) Append(text, ", ", times);
   return text + ". Times in h:min, plant time.";
 }
 
-std::string AboutJson(const Report& report, std::string_view by) {
+std::string AboutJson(const PlantReport& report, std::string_view by) {
   const Range& range = report.scope.range;
   return Concat("\"plant\": ", JsonText(report.plant_name), ", \"first_day\": \"", IsoDay(range.first),
                 "\", \"last_day\": \"", IsoDay(range.last),
@@ -82,7 +82,7 @@ std::string MachineNames(const std::vector<MachineRow>& machines, const std::vec
   return names;
 }
 
-void PrintRows(const Report& report, std::string_view by, const Table& table, const std::string& total,
+void PrintRows(const PlantReport& report, std::string_view by, const Table& table, const std::string& total,
                Format format, std::ostream& output) {
   if (format == Format::kText) output << AboutText(report) << '\n';
   if (format == Format::kJson) output << '{' << AboutJson(report, by) << ",\n\"rows\": ";
@@ -90,7 +90,7 @@ void PrintRows(const Report& report, std::string_view by, const Table& table, co
   if (format == Format::kJson) output << (total.empty() ? "" : ",\n\"total\": " + total) << "}\n";
 }
 
-void PrintReasons(const Report& report, std::string_view by, Format format, std::ostream& output) {
+void PrintReasons(const PlantReport& report, std::string_view by, Format format, std::ostream& output) {
   const bool words = format == Format::kText;
   const bool scrap = by == "scrap";
   const auto machines = ReadMachines(report.plant);
@@ -132,7 +132,7 @@ std::string ReportGroupings() {
   return names + "reason, scrap";
 }
 
-void PrintReport(const Report& report, std::string_view by, Format format, std::ostream& output) {
+void PrintReport(const PlantReport& report, std::string_view by, Format format, std::ostream& output) {
   if (by.empty()) by = kNamings.front().name;
   if (by == "reason" || by == "scrap") return PrintReasons(report, by, format, output);
   const auto naming = std::ranges::find(kNamings, by, &Naming::name);
@@ -169,7 +169,7 @@ void PrintReport(const Report& report, std::string_view by, Format format, std::
   PrintRows(report, by, table, whole.JsonRow(0), format, output);
 }
 
-void PrintDowntimes(const Report& report, Format format, std::ostream& output) {
+void PrintDowntimes(const PlantReport& report, Format format, std::ostream& output) {
   const auto machines = ReadMachines(report.plant);
   Table table(
       {"record", "machine", "name", "start", "stop", "seconds", "running_s", "kind", "code", "reason"});
@@ -183,7 +183,7 @@ void PrintDowntimes(const Report& report, Format format, std::ostream& output) {
   if (format == Format::kJson) output << '\n';
 }
 
-void PrintScrap(const Report& report, Format format, std::ostream& output) {
+void PrintScrap(const PlantReport& report, Format format, std::ostream& output) {
   const auto machines = ReadMachines(report.plant);
   Table table({"machine", "name", "time", "parts", "code", "reason"});
   for (const ScrapRow& row : ReadScrap(report.plant, report.scope)) {
@@ -194,7 +194,7 @@ void PrintScrap(const Report& report, Format format, std::ostream& output) {
   if (format == Format::kJson) output << '\n';
 }
 
-void PrintEvents(const Report& report, Format format, std::ostream& output) {
+void PrintEvents(const PlantReport& report, Format format, std::ostream& output) {
   const Scope& scope = report.scope;
   const auto machines = ReadMachines(report.plant);
   Table table({"event", "machine", "name", "start", "stop", "what", "param"});

@@ -13,7 +13,7 @@ namespace kx::tool {
 std::string ReportGroupings();
 
 // Everything that a report is about.
-struct Report {
+struct PlantReport {
   Plant& plant;
   const Calendar& calendar;
   std::string plant_name;
@@ -22,18 +22,18 @@ struct Report {
 
 // Sums by machine and shift ("" or "machine-shift") or by one of `ReportGroupings`; a ToolError for another
 // name. The text says what it is about; in it times are h:min, in the other formats seconds.
-void PrintReport(const Report& report, std::string_view by, Format format, std::ostream& output);
+void PrintReport(const PlantReport& report, std::string_view by, Format format, std::ostream& output);
 
 // The rows behind a report.
-void PrintDowntimes(const Report& report, Format format, std::ostream& output);
-void PrintScrap(const Report& report, Format format, std::ostream& output);
+void PrintDowntimes(const PlantReport& report, Format format, std::ostream& output);
+void PrintScrap(const PlantReport& report, Format format, std::ostream& output);
 // The events that began within the range, of every kind.
-void PrintEvents(const Report& report, Format format, std::ostream& output);
+void PrintEvents(const PlantReport& report, Format format, std::ostream& output);
 
 // The page: one self-contained HTML file, or, with `links`, as the server gives it, with its style beside it
 // and links to other ranges. A ToolError for more than `kMostPageDays`.
 inline constexpr std::int64_t kMostPageDays = 35;
-std::string ReportPage(const Report& report, bool links = false);
+std::string ReportPage(const PlantReport& report, bool links = false);
 
 // The plant's name as it is kept there, else that of its file `source`, never a connection string.
 std::string PlantName(Plant& plant, std::string_view source);

@@ -65,10 +65,10 @@ struct PageData {
   std::optional<Range> before;
   Sums total_before;
 
-  explicit PageData(const Report& report);
+  explicit PageData(const PlantReport& report);
 };
 
-PageData::PageData(const Report& report) : machines(ReadMachines(report.plant, report.scope.machine)) {
+PageData::PageData(const PlantReport& report) : machines(ReadMachines(report.plant, report.scope.machine)) {
   Grouping operators(By::kOperator, report.calendar, machines), jobs(By::kJob, report.calendar, machines),
       parts(By::kPart, report.calendar, machines);
   ForEachRecord(report.plant, report.scope, [&](const RecordRow& record) {
@@ -92,7 +92,7 @@ PageData::PageData(const Report& report) : machines(ReadMachines(report.plant, r
 
 class Page {
  public:
-  Page(const Report& report, bool links)
+  Page(const PlantReport& report, bool links)
       : report_(report),
         range_(report.scope.range),
         data_(report),
@@ -132,7 +132,7 @@ class Page {
   const Timeline& TimelineOf(std::int32_t machine) const { return data_.timelines.at(machine); }
   bool IsOver() const { return report_.scope.now >= range_.to; }
 
-  const Report& report_;
+  const PlantReport& report_;
   const Range& range_;
   const PageData data_;
   const Axis axis_;
@@ -681,7 +681,7 @@ std::string Page::Notes() const {
 
 }  // namespace
 
-std::string ReportPage(const Report& report, bool links) {
+std::string ReportPage(const PlantReport& report, bool links) {
   const Range& range = report.scope.range;
   if (DaysBetween(range.first, range.last) + 1 > kMostPageDays)
     throw ToolError(Concat("a page shows at most ", kMostPageDays, " days; the tables have no such limit"));

@@ -161,15 +161,12 @@ std::map<std::int32_t, Timeline> ReadTimelines(Plant& plant, const Scope& scope,
   const auto builder = [&](std::int32_t id) -> Builder& {
     return builders.try_emplace(id, from, until).first->second;
   };
-  for (const MachineRow& machine : machines) {
-    builder(machine.id);
-    // An open record covers the time until now, whichever shift it is booked on.
-    const Rows open =
-        plant.Run("select START_TIME from T_SFC_MACHINE_DATA where MACHINE_DATA_ID = ? and STOP_TIME is null",
-                  {machine.record_id});
-    if (open.count() == 0) continue;
-    builder(machine.id).Cover(open.at(0, 0).ToDateTimeOr(from), until);
-    timelines[machine.id].open = open.at(0, 0).ToDateTimeOr(from) < until;
+  for (const MachineRow& machine : machines) builder(machine.id);
+  // An open record covers the time until now, whichever shift it is booked on.
+  for (const RecordRow& record : ReadOpenRecords(plant, scope.now)) {
+    if (!builders.contains(record.machine_id)) continue;
+    builder(record.machine_id).Cover(record.start, until);
+    timelines[record.machine_id].open = record.start < until;
   }
   for (const RecordRow& record : records) builder(record.machine_id).Cover(record.start, record.end);
   const std::vector<EventRow> events = ReadEvents(plant, scope.machine, from, until, true, kDrawn);
