@@ -1,0 +1,165 @@
+"""The board and a report in a real browser, on a plant whose server is stopped and started under the page."""
+
+from __future__ import annotations
+
+import contextlib
+import json
+import os
+import signal
+import socket
+import subprocess
+import tempfile
+import unittest
+import urllib.error
+import urllib.parse
+import urllib.request
+
+from demo_plant import DemoPlant
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
+from selenium.webdriver.support.ui import WebDriverWait
+
+TOOL = os.environ["KXDATA7_TOOL"]
+EVIL = "<script>alert(1)</script>"
+
+
+def free_port() -> int:
+    with contextlib.closing(socket.socket()) as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class BoardTest(unittest.TestCase):
+    def setUp(self) -> None:
+        self.plant = DemoPlant()
+        self.addCleanup(self.plant.remove)
+        self.plant.query("update T_SFC_MACHINE set MACHINE_NAME = ? where MACHINE_ID = 4", EVIL)
+        self.address = f"127.0.0.1:{free_port()}"
+        self.start_server()
+        self.addCleanup(self.stop_server)
+        profile = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
+        self.addCleanup(profile.cleanup)
+        options = webdriver.ChromeOptions()
+        for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+                         "--disable-background-networking", "--disable-component-update", "--disable-sync",
+                         "--disable-dev-shm-usage", f"--user-data-dir={profile.name}", "--window-size=1280,900"):
+            options.add_argument(argument)
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
+        self.browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+        self.addCleanup(self.browser.quit)
+
+    def start_server(self) -> None:
+        self.server = subprocess.Popen(
+            [TOOL, "serve", str(self.plant.file), "--listen", self.address], stdout=subprocess.PIPE
+        )
+        assert self.server.stdout is not None
+        self.assertIn(b"The board is at", self.server.stdout.readline())
+
+    def stop_server(self) -> None:
+        self.server.send_signal(signal.SIGTERM)
+        self.assertEqual(self.server.wait(30), 0)
+        assert self.server.stdout is not None
+        self.server.stdout.close()
+
+    def until(self, condition, seconds: float = 60) -> None:
+        WebDriverWait(self.browser, seconds).until(lambda _: condition())
+
+    def text(self, selector: str) -> str:
+        return self.browser.find_element(By.CSS_SELECTOR, selector).text
+
+    def get(self, path: str, method: str = "GET") -> "tuple[int, str]":
+        request = urllib.request.Request(f"http://{self.address}{path}", method=method)
+        try:
+            with urllib.request.urlopen(request, timeout=30) as answer:
+                return answer.status, answer.read().decode()
+        except urllib.error.HTTPError as error:
+            return error.code, error.read().decode()
+
+    def process(self, *events: str) -> None:
+        for event in events:
+            name, _, param = event.partition("=")
+            subprocess.run([TOOL, "append", str(self.plant.file), "--machine", "1", "--event", name, "--param", param],
+                           check=True, stdout=subprocess.DEVNULL)
+        subprocess.run([TOOL, "process", str(self.plant.file), "--all"], check=True, stdout=subprocess.DEVNULL)
+
+    def test_the_board_says_what_the_plant_holds(self) -> None:
+        self.browser.get(f"http://{self.address}/")
+        names = [tile.text for tile in self.browser.find_elements(By.CSS_SELECTOR, "article h2")]
+        self.assertEqual(names, ["Lathe 1", "Lathe 2", "Mill 1", EVIL])
+        self.assertEqual(self.text("#m1 .word"), "Idle")
+
+        self.process("job start=J-1001", "cycle start", "good=7", "scrap=2.17")
+        self.until(lambda: self.text("#m1 .word") == "In cycle")
+        rows = self.plant.query("select sum(GOOD_COUNT), sum(SCRAPPED_COUNT) from T_SFC_MACHINE_DATA where MACHINE_ID = 1")
+        self.assertEqual([b.text for b in self.browser.find_elements(By.CSS_SELECTOR, "#m1 .counts b")],
+                         [str(count) for count in rows[0]])
+        self.assertEqual(self.text("#m1 .first"), "J-1001 · SHAFT-20")
+        self.process("user downtime start=50")
+        self.until(lambda: self.text("#m1 .reason") == "Break")
+        self.assertIn("user", self.browser.find_element(By.ID, "m1").get_attribute("class"))
+        board = json.loads(self.get("/api/v1/board")[1])["machines"][0]
+        self.assertEqual((board["state"], board["reason"], board["good"]), ("down", "Break", 7))
+        self.assertIn('kxdata7_good_parts{machine="1",name="Lathe 1"} 7', self.get("/metrics")[1])
+
+        # An event that stays at the head, with the error that its processor met.
+        self.plant.query("insert into T_SFC_MDC_LOG (COMMAND_ID, MACHINE_ID, COMMAND_TIME_CODE, TIME_STAMP) "
+                         "values (1, 99, 0, datetime('now', 'localtime'))")
+        self.plant.query("insert into T_SFC_SETTING (SETTING_NAME, SETTING_VALUE) select 'processor_error', "
+                         "max(MDC_LOG_ID) || char(9) || 'now' || char(9) || 'Either BOF or EOF <is> true' from T_SFC_MDC_LOG")
+        self.until(lambda: "Either BOF or EOF <is> true" in self.text("#alert"))
+        self.assertIn("The plant has no machine 99.", self.text("#alert"))
+        self.plant.query("delete from T_SFC_MDC_LOG")
+        self.until(lambda: not self.browser.find_element(By.ID, "alert").is_displayed())
+
+        # At twice the size, which halves the window, nothing is cut off sideways.
+        self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                                     {"width": 640, "height": 450, "deviceScaleFactor": 2, "mobile": False})
+        self.assertLessEqual(self.browser.execute_script("return document.documentElement.scrollWidth - window.innerWidth"), 0)
+
+        hosts = set()
+        for entry in self.browser.get_log("performance"):
+            message = json.loads(entry["message"])["message"]
+            if message["method"] == "Network.requestWillBeSent":
+                url = urllib.parse.urlsplit(message["params"]["request"]["url"])
+                if url.scheme not in ("data", "chrome"):  # the browser's own empty page
+                    hosts.add(url.netloc)
+        self.assertEqual(hosts, {self.address})
+        self.assertEqual([e for e in self.browser.get_log("browser") if e["level"] in ("SEVERE", "WARNING")], [])
+
+    def test_says_when_the_server_is_away(self) -> None:
+        self.browser.get(f"http://{self.address}/")
+        self.stop_server()
+        self.until(lambda: "No answer from the server since" in self.text("#away"))
+        self.assertEqual(self.text("#m1 .word"), "Idle")
+        self.start_server()
+        self.until(lambda: not self.browser.find_element(By.ID, "away").is_displayed())
+
+    def test_reports_are_reached_by_the_keyboard_alone(self) -> None:
+        self.process("job start=J-1001", "cycle start", "good=7")
+        self.browser.get(f"http://{self.address}/")
+        self.browser.find_element(By.TAG_NAME, "body").send_keys(Keys.TAB)
+        self.assertEqual(self.browser.switch_to.active_element.text, "This shift")
+        self.browser.switch_to.active_element.send_keys(Keys.ENTER)
+        self.until(lambda: "/report" in self.browser.current_url)
+        self.assertEqual(self.text(".totals dd"), "7")
+        names = [row.text for row in self.browser.find_elements(By.CSS_SELECTOR, ".share tbody th")]
+        self.assertEqual(names, ["Lathe 1", "Lathe 2", "Mill 1", EVIL])
+
+    def test_what_cannot_be_served_is_said(self) -> None:
+        self.assertEqual(self.get("/report?from=2026-01-12&to=2026-01-11"),
+                         (400, "the range ends (2026-01-11) before it begins (2026-01-12)\n"))
+        self.assertEqual(self.get("/report?range=never")[0], 400)
+        self.assertEqual(self.get("/report?from=2020-01-01")[0], 200)  # a day without records
+        self.assertEqual(self.get("/nowhere")[0], 404)
+        self.assertEqual(self.get("/", "POST")[0], 405)
+        self.assertEqual(self.get("/", "HEAD"), (200, ""))
+        with contextlib.closing(socket.create_connection(self.address.split(":"))) as link:
+            link.sendall(b"GET / HTTP/1.1\r\nX: " + b"x" * 9000 + b"\r\n\r\n")
+            self.assertIn(b"431", link.recv(64))
+        self.assertEqual(self.get("/healthz"), (200, "ok\n"))
+
+
+if __name__ == "__main__":
+    unittest.main()
