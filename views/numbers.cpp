@@ -54,7 +54,8 @@ DateTime EndOfOpen(const RecordRow& record, const Value& shift_end, DateTime now
 
 // The open records, whichever range they are booked in.
 Condition AreOpen() {
-  return {" join T_SFC_MACHINE m on m.MACHINE_DATA_ID = d.MACHINE_DATA_ID where d.STOP_TIME is null", {}};
+  return {" where d.MACHINE_DATA_ID in (select MACHINE_DATA_ID from T_SFC_MACHINE) and d.STOP_TIME is null",
+          {}};
 }
 
 std::vector<DowntimeRow> ReadDowntimes(Plant& plant, const Condition& which, DateTime now) {
