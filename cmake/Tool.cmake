@@ -35,6 +35,9 @@ if(CMAKE_CROSSCOMPILING)
   target_include_directories(kxdata7_cli SYSTEM INTERFACE ${PROJECT_BINARY_DIR}/include)
   # The server's sockets.
   target_link_libraries(kxdata7_cli INTERFACE ws2_32 mswsock)
+  # Its sockets are the newer ones; windows.h would bring the older ones before.
+  set_property(SOURCE ${PROJECT_SOURCE_DIR}/views/server.cpp APPEND
+               PROPERTY COMPILE_DEFINITIONS WIN32_LEAN_AND_MEAN NOMINMAX)
 endif()
 
 add_executable(kxdata7 tools/main.cpp)
