@@ -31,8 +31,8 @@ std::optional<QueuedEvent> ReadQueuedEvent(Plant& plant, std::optional<std::int3
 // How many wait behind row `row`.
 std::int32_t CountBehind(Plant& plant, std::int32_t row);
 
-// What an event needs and the plant lacks, and what to do about it; empty: nothing is known to be missing. The
-// component's own error for such an event names no thing.
+// What an event needs and the plant lacks, and what to do about it; empty: nothing is known to be missing.
+// The component's own error for such an event names no thing.
 std::string MissingFor(Plant& plant, const QueuedEvent& event);
 
 // Queues an event past the component, under its own time. A ToolError for one that could never be worked in.
