@@ -167,5 +167,33 @@ TEST_P(WeekTest, RandomCalendars) {
   }
 }
 
+// What a client that embeds the routines asks for: every machine's status brought up to now, and read.
+TEST_P(WeekTest, RefreshClosesTheShiftsOfEveryMachine) {
+  Plant plant(GetParam());
+  Session session;
+  session.database_type = static_cast<DatabaseType>(GetParam());
+  session.connection.Open(plant.connection_string());
+  const DateTime start = GetServerTime(session).AddDays(-2);
+  plant.Execute(Concat("update T_SFC_MACHINE_DATA set START_TIME = '", start.ToText(), "', SHIFT_END = '",
+                       start.AddSeconds(3600).ToText(), "', CHART_DATE = '", start.Date().ToText(), "'"));
+  const std::string behind =
+      Concat("select MACHINE_ID from T_SFC_MACHINE_DATA where STOP_TIME is null and START_TIME < '",
+             start.AddDays(1).ToText(), "' order by 1");
+  plant.Execute("update T_SFC_MACHINE set STATUS_CODE = 4 where MACHINE_ID = 2");
+
+  std::string error;
+  plant.host.watch.FailAll(EngineCall::kBegin, ErrorCategory::kBusy);
+  EXPECT_FALSE(RefreshMachineStatus(session, error));
+  EXPECT_EQ(error, "Refresh Machine Status failed.");
+  plant.host.watch.Heal();
+  EXPECT_EQ(plant.Query(behind), "1;2;3");
+
+  ASSERT_TRUE(RefreshMachineStatus(session, error));
+  EXPECT_EQ(plant.Query(behind), "");
+  EXPECT_EQ(plant.Breaches(), "");
+  EXPECT_EQ(GetMachineStatus(session, 1), MachineStatus::kIdle);
+  EXPECT_EQ(GetMachineStatus(session, 2), MachineStatus::kTeardown);
+}
+
 }  // namespace
 }  // namespace kx::test
