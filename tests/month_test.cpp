@@ -30,18 +30,7 @@ TEST(MonthTest, InvariantsHoldAndNothingGrows) {
   // In the long run 100,000 events, half a minute apart; otherwise one of ten.
   const int events = IsLongRun() ? 100'000 : 10'000;
   Plant plant(0, DatabaseKind::kSqlite);
-  plant.Execute(Concat("with recursive N(I) as (select 4 union all select I + 1 from N where I < ", kMachines,
-                       ") insert into T_SFC_MACHINE select I, 1000 + I, 'Machine ' || I, I, 0, "
-                       "'2026-01-12 06:00:00' from N"));
-  plant.Execute(
-      "insert into T_SFC_MACHINE_DATA (START_TIME, MACHINE_ID, STATUS_CODE, IS_MANUAL, SETUP_TIME, "
-      "TEARDOWN_TIME, "
-      "CYCLE_TIME, IDLE_TIME, FINISHED_CYCLES, UNFINISHED_CYCLES, GOOD_COUNT, SCRAPPED_COUNT, SHIFT_ID, "
-      "CHART_DATE, "
-      "SHIFT_END) select START_TIME, m.MACHINE_ID, d.STATUS_CODE, 0, 0, 0, 0, 0, 0, 0, 0, 0, SHIFT_ID, "
-      "CHART_DATE, "
-      "SHIFT_END from T_SFC_MACHINE m, T_SFC_MACHINE_DATA d where m.MACHINE_ID > 3 and d.MACHINE_DATA_ID = 1 "
-      "order by m.MACHINE_ID");
+  plant.AddMachines(kMachines);
   // On average an event comes after 1,400 s, divided by the pace.
   const int pace = events * 1400 / (kDays * 86'400);
   const std::vector<Step> month = RandomWalk(30, events, kMachines, pace);

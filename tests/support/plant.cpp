@@ -129,6 +129,21 @@ void Plant::ProcessAll() {
   }
 }
 
+void Plant::AddMachines(int last) {
+  Execute(Concat(
+      "with recursive N(I) as (select 4 union all select I + 1 from N where I < ", last,
+      ") insert into T_SFC_MACHINE (MACHINE_ID, VELKARIS_ID, MACHINE_NAME, MACHINE_DATA_ID, STATUS_CODE, "
+      "STATUS_DATE) select I, 1000 + I, 'Machine ' || I, I, 0, '2026-01-12 06:00:00' from N"));
+  Execute(
+      "insert into T_SFC_MACHINE_DATA (START_TIME, MACHINE_ID, STATUS_CODE, IS_MANUAL, SETUP_TIME, "
+      "TEARDOWN_TIME, "
+      "CYCLE_TIME, IDLE_TIME, FINISHED_CYCLES, UNFINISHED_CYCLES, GOOD_COUNT, SCRAPPED_COUNT, SHIFT_ID, "
+      "CHART_DATE, SHIFT_END) select d.START_TIME, m.MACHINE_ID, d.STATUS_CODE, 0, 0, 0, 0, 0, 0, 0, 0, 0, "
+      "d.SHIFT_ID, d.CHART_DATE, d.SHIFT_END from T_SFC_MACHINE m, T_SFC_MACHINE_DATA d where m.MACHINE_ID > "
+      "3 "
+      "and d.MACHINE_DATA_ID = 1 order by m.MACHINE_ID");
+}
+
 std::string Plant::Query(std::string_view sql) {
   const Rows rows = database.Run(sql);
   std::string text;

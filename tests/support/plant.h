@@ -54,6 +54,8 @@ class Plant {
   // Works the queue off; every event must be applied.
   void Run(std::string_view script);
   void ProcessAll();
+  // More machines like the first, up to number `last`.
+  void AddMachines(int last);
 
   // Rows as "a|b;c|d", NULL as "-".
   std::string Query(std::string_view sql);
