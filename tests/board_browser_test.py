@@ -24,6 +24,24 @@ from selenium.webdriver.support.ui import WebDriverWait
 TOOL = os.environ["KXDATA7_TOOL"]
 EVIL = "<script>alert(1)</script>"
 
+# The texts of a page that stand out from what is behind them by less than 4.5 to 1, large ones by less than 3.
+FAINT_TEXTS = """
+const luminance = c => { const [r, g, b] = c.map(v => (v /= 255) <= 0.04045 ? v / 12.92 : ((v + 0.055) / 1.055) ** 2.4);
+                         return 0.2126 * r + 0.7152 * g + 0.0722 * b; };
+const parse = text => text.match(/[\\d.]+/g).map(Number);
+const behind = e => { for (; e; e = e.parentElement) {
+    const c = parse(getComputedStyle(e).backgroundColor);
+    if (c.length < 4 || c[3] > 0.99) return c.slice(0, 3);
+  } return [255, 255, 255]; };
+return [...document.querySelectorAll("body *")].filter(e => !e.closest("svg") && e.getClientRects().length > 0 &&
+    [...e.childNodes].some(n => n.nodeType === 3 && n.data.trim())).map(e => {
+  const style = getComputedStyle(e), size = parseFloat(style.fontSize);
+  const [a, b] = [luminance(parse(style.color).slice(0, 3)), luminance(behind(e))].sort((x, y) => y - x);
+  const large = size >= 24 || (size >= 18.66 && style.fontWeight >= 700);
+  return (a + 0.05) / (b + 0.05) < (large ? 3 : 4.5) ? e.className + ": " + e.textContent.slice(0, 40) : "";
+}).filter(text => text);
+"""
+
 
 def free_port() -> int:
     with contextlib.closing(socket.socket()) as probe:
@@ -77,6 +95,21 @@ class BoardTest(unittest.TestCase):
         except urllib.error.HTTPError as error:
             return error.code, error.read().decode()
 
+    def requests(self) -> "list[urllib.parse.SplitResult]":
+        """What the page has asked for since it was last asked."""
+        urls = []
+        for entry in self.browser.get_log("performance"):
+            message = json.loads(entry["message"])["message"]
+            if message["method"] == "Network.requestWillBeSent":
+                urls.append(urllib.parse.urlsplit(message["params"]["request"]["url"]))
+        return [url for url in urls if url.scheme not in ("data", "chrome")]  # those are the browser's own empty page
+
+    def expect_readable_in_light_and_dark(self) -> None:
+        for scheme in ("light", "dark"):
+            self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia",
+                                         {"features": [{"name": "prefers-color-scheme", "value": scheme}]})
+            self.assertEqual(self.browser.execute_script(FAINT_TEXTS), [], scheme)
+
     def process(self, *events: str) -> None:
         for event in events:
             name, _, param = event.partition("=")
@@ -91,7 +124,11 @@ class BoardTest(unittest.TestCase):
         self.assertEqual(self.text("#m1 .word"), "Idle")
 
         self.process("job start=J-1001", "cycle start", "good=7", "scrap=2.17")
+        hosts = {url.netloc for url in self.requests()}
         self.until(lambda: self.text("#m1 .word") == "In cycle")
+        asked = self.requests()
+        hosts |= {url.netloc for url in asked}
+        self.assertLessEqual(len(asked), 2)  # a change shows with the second question after it at the latest
         rows = self.plant.query("select sum(GOOD_COUNT), sum(SCRAPPED_COUNT) from T_SFC_MACHINE_DATA where MACHINE_ID = 1")
         self.assertEqual([b.text for b in self.browser.find_elements(By.CSS_SELECTOR, "#m1 .counts b")],
                          [str(count) for count in rows[0]])
@@ -110,6 +147,7 @@ class BoardTest(unittest.TestCase):
                          "max(MDC_LOG_ID) || char(9) || 'now' || char(9) || 'Either BOF or EOF <is> true' from T_SFC_MDC_LOG")
         self.until(lambda: "Either BOF or EOF <is> true" in self.text("#alert"))
         self.assertIn("The plant has no machine 99.", self.text("#alert"))
+        self.expect_readable_in_light_and_dark()
         self.plant.query("delete from T_SFC_MDC_LOG")
         self.until(lambda: not self.browser.find_element(By.ID, "alert").is_displayed())
 
@@ -118,13 +156,7 @@ class BoardTest(unittest.TestCase):
                                      {"width": 640, "height": 450, "deviceScaleFactor": 2, "mobile": False})
         self.assertLessEqual(self.browser.execute_script("return document.documentElement.scrollWidth - window.innerWidth"), 0)
 
-        hosts = set()
-        for entry in self.browser.get_log("performance"):
-            message = json.loads(entry["message"])["message"]
-            if message["method"] == "Network.requestWillBeSent":
-                url = urllib.parse.urlsplit(message["params"]["request"]["url"])
-                if url.scheme not in ("data", "chrome"):  # the browser's own empty page
-                    hosts.add(url.netloc)
+        hosts |= {url.netloc for url in self.requests()}
         self.assertEqual(hosts, {self.address})
         self.assertEqual([e for e in self.browser.get_log("browser") if e["level"] in ("SEVERE", "WARNING")], [])
 
@@ -146,6 +178,7 @@ class BoardTest(unittest.TestCase):
         self.assertEqual(self.text(".totals dd"), "7")
         names = [row.text for row in self.browser.find_elements(By.CSS_SELECTOR, ".share tbody th")]
         self.assertEqual(names, ["Lathe 1", "Lathe 2", "Mill 1", EVIL])
+        self.expect_readable_in_light_and_dark()
 
     def test_what_cannot_be_served_is_said(self) -> None:
         self.assertEqual(self.get("/report?from=2026-01-12&to=2026-01-11"),
