@@ -68,9 +68,9 @@ class BoardTest(unittest.TestCase):
         self.browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
         self.addCleanup(self.browser.quit)
 
-    def start_server(self) -> None:
+    def start_server(self, *options: str) -> None:
         self.server = subprocess.Popen(
-            [TOOL, "serve", str(self.plant.file), "--listen", self.address], stdout=subprocess.PIPE
+            [TOOL, "serve", str(self.plant.file), "--listen", self.address, *options], stdout=subprocess.PIPE
         )
         assert self.server.stdout is not None
         self.assertIn(b"The board is at", self.server.stdout.readline())
@@ -167,6 +167,11 @@ class BoardTest(unittest.TestCase):
         self.assertEqual(self.text("#m1 .word"), "Idle")
         self.start_server()
         self.until(lambda: not self.browser.find_element(By.ID, "away").is_displayed())
+        # Another server is there, of a department alone; the page takes its machines.
+        self.stop_server()
+        self.start_server("--department", "1")
+        self.until(lambda: [tile.text for tile in self.browser.find_elements(By.CSS_SELECTOR, "article h2")] ==
+                   ["Lathe 1", "Lathe 2"])
 
     def test_reports_are_reached_by_the_keyboard_alone(self) -> None:
         self.process("job start=J-1001", "cycle start", "good=7")

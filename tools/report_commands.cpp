@@ -116,6 +116,8 @@ void AddReportCommands(CommandLine& line) {
   server->add_option("--listen", serve->listen, "Where to listen; port 0 takes a free one")
       ->type_name("ADDRESS:PORT")
       ->capture_default_str();
+  server->add_option("--department", serve->department,
+                     "The board shows its machines alone; more than 40 do not fit one");
   server->add_option("--name", serve->name, "The plant's name, when the plant does not hold it");
   AddTimeOption(*server, "--now", serve->now, "Shows the plant as of this time for ever, for pictures");
 }

@@ -1,6 +1,7 @@
 #include "views/board.h"
 
 #include <algorithm>
+#include <set>
 
 #include "database/text.h"
 #include "kxdata7/events.h"
@@ -71,6 +72,17 @@ std::optional<DateTime> LastWorkedIn(
   return last;
 }
 
+// The machines that, by their current records, are of a department.
+std::set<std::int32_t> MachinesOf(Plant& plant, std::int32_t dept_id) {
+  const Rows rows = plant.Run(
+      "select m.MACHINE_ID from T_SFC_MACHINE m join T_SFC_MACHINE_DATA d on d.MACHINE_DATA_ID = "
+      "m.MACHINE_DATA_ID where d.DEPT_ID = ?",
+      {dept_id});
+  std::set<std::int32_t> machines;
+  for (std::size_t i = 0; i < rows.count(); ++i) machines.insert(rows.at(i, 0).ToInt32());
+  return machines;
+}
+
 std::string MetricLabel(std::string_view text) {
   std::string label;
   for (const char c : text)
@@ -82,10 +94,11 @@ Value TextOrNull(const std::string& text) { return text.empty() ? Value() : Valu
 
 }  // namespace
 
-Board ReadBoard(Plant& plant, const std::string& plant_name, DateTime now,
+Board ReadBoard(Plant& plant, const BoardScope& shown, DateTime now,
                 const std::function<std::string(std::int32_t)>& tried) {
   const Calendar calendar(plant);
-  Board board{plant_name, now, *NamedRange(calendar, "shift", now), {}, ReadQueueState(plant, tried), {}};
+  Board board{
+      shown.plant_name, now, *NamedRange(calendar, "shift", now), {}, ReadQueueState(plant, tried), {}};
   const std::vector<MachineRow> machines = ReadMachines(plant);
   const std::vector<RecordRow> open = ReadOpenRecords(plant, now);
   const auto running = RunningDowntimes(plant);
@@ -105,7 +118,10 @@ Board ReadBoard(Plant& plant, const std::string& plant_name, DateTime now,
                                  ReadScrap(plant, scope));
   const std::vector<DowntimeRow> downtimes = ReadOpenDowntimes(plant, now);
 
+  std::set<std::int32_t> chosen;
+  if (shown.dept_id) chosen = MachinesOf(plant, *shown.dept_id);
   for (const MachineRow& machine : machines) {
+    if (shown.dept_id && !chosen.contains(machine.id)) continue;
     Tile& tile = board.tiles.emplace_back();
     tile.id = machine.id;
     tile.name = machine.name;

@@ -40,8 +40,12 @@ struct Board {
   QueueState queue;
   std::vector<Tile> tiles;  // by machine
 };
+struct BoardScope {
+  std::string plant_name;
+  std::optional<std::int32_t> dept_id;  // of the machines' current records; nothing: all machines
+};
 // `tried` gives the error of a trial for a row of the queue, empty when none was made.
-Board ReadBoard(Plant& plant, const std::string& plant_name, DateTime now,
+Board ReadBoard(Plant& plant, const BoardScope& shown, DateTime now,
                 const std::function<std::string(std::int32_t)>& tried);
 
 // ---- As HTML, for the page; `stale`: what is known is as of the last event that was worked in ----

@@ -342,8 +342,8 @@ void Server::StartReading() {
   board_reader_.Post(
       [this, end](Plant& plant) {
         const std::string name = options_.name.empty() ? PlantName(plant, plant_.plant) : options_.name;
-        board_.Set(
-            ReadBoard(plant, name, Now(plant), [&](std::int32_t row) { return head_.Tried(plant, row); }));
+        board_.Set(ReadBoard(plant, {name, options_.department}, Now(plant),
+                             [&](std::int32_t row) { return head_.Tried(plant, row); }));
         end();
       },
       [this, end](const std::string& error) {
@@ -411,8 +411,12 @@ void Server::Handle(const std::string& target, const Answer& answer) {
 }  // namespace
 
 int Serve(const PlantOptions& plant, const ServeOptions& options) {
-  { const Plant trial(plant, OpenMode::kReadOnly); }  // a plant that cannot be opened is told at once
-  Server server(plant, options);
+  ServeOptions checked = options;
+  {
+    Plant trial(plant, OpenMode::kReadOnly);  // a plant that cannot be opened is told at once
+    if (options.department) checked.department = trial.FindId("T_SFC_DEPT", *options.department);
+  }
+  Server server(plant, checked);
   server.Run();
   return 0;
 }

@@ -9,7 +9,8 @@ namespace kx::tool {
 
 struct ServeOptions {
   std::string listen = "127.0.0.1:8080";
-  std::string name;             // the plant's, when the plant does not hold it
+  std::string name;                        // the plant's, when the plant does not hold it
+  std::optional<std::int32_t> department;  // whose machines alone are on the board, by its number
   std::optional<DateTime> now;  // the moment that is shown for ever, in place of the database's clock
 };
 
