@@ -23,7 +23,7 @@ std::optional<DateTime> BeenThrough(Plant& plant, std::int32_t machine_id) {
 }
 
 void TimeGuard::Admit(DateTime time) {
-  if (!options_.allow_future && SecondsBetween(now_, time) > kFutureLimit)
+  if (!options_.allow_future && SecondsBetween(now_, time) > options_.future_limit)
     throw ToolError(Concat(time.ToText(), " lies in the future (--allow-future lets it through)"));
   if (!options_.allow_old && been_through_ && time < *been_through_) {
     throw ToolError(Concat(time.ToText(), " is before what the machine has been through, which is ",

@@ -12,12 +12,10 @@ namespace kx::tool {
 
 struct TimeGuardOptions {
   bool allow_future = false;
+  std::int64_t future_limit = 86'400;  // how far ahead of the plant's clock an event may lie, in seconds
   bool allow_old = false;
   bool allow_again = false;  // a recording that was imported before
 };
-
-// How far ahead of the plant's clock an event may lie, in seconds.
-inline constexpr std::int64_t kFutureLimit = 86'400;
 
 // Up to when a machine has been through events: the start of its open record, what ran on it, what waits for
 // it. Nothing when it has been through none.

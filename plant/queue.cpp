@@ -53,6 +53,25 @@ auto WithAside(Work work) {
   }
 }
 
+// With more columns and their values.
+void InsertEvent(Plant& plant, const Machine& machine, const NamedEvent& event, const std::string& param,
+                 DateTime time, std::string_view columns, std::string_view values) {
+  Value command_id;
+  Value time_code;
+  if (event.type_code != kxdata7::command_type::kRefresh) {
+    const Command command = plant.FindCommand(event);
+    RequireUsableParam(command.type_code, param);
+    command_id = command.id;
+    time_code = event.time_code;
+  }
+  plant.Run(Concat("insert into ", kQueue, " (", columns,
+                   "COMMAND_ID, DEPT_ID, LOCATION_ID, GROUP_ID, MACHINE_ID, COMMAND_TIME_CODE, TIME_STAMP, "
+                   "PARAM1) values (",
+                   values, "?, ?, ?, ?, ?, ?, ?, ?)"),
+            {command_id, machine.dept_id, machine.location_id, machine.group_id, machine.id, time_code, time,
+             param.empty() ? Value() : Value(param)});
+}
+
 }  // namespace
 
 std::string QueuedEvent::Name() const { return EventName(type_code, time_code, command_id); }
@@ -104,19 +123,20 @@ std::string MissingFor(Plant& plant, const QueuedEvent& event) {
 
 void QueueEvent(Plant& plant, const Machine& machine, const NamedEvent& event, const std::string& param,
                 DateTime time) {
-  Value command_id;
-  Value time_code;
-  if (event.type_code != kxdata7::command_type::kRefresh) {
-    const Command command = plant.FindCommand(event);
-    RequireUsableParam(command.type_code, param);
-    command_id = command.id;
-    time_code = event.time_code;
+  InsertEvent(plant, machine, event, param, time, "", "");
+}
+
+void TryToQueue(Plant& plant, const Machine& machine, const NamedEvent& event, const std::string& param) {
+  if (plant.db.target() == SqlTarget::kNative) return;
+  try {
+    plant.db.Begin();
+    InsertEvent(plant, machine, event, param, DateTime(2000, 1, 1), "MDC_LOG_ID, ", "-1, ");
+  } catch (const DatabaseError& error) {
+    if (plant.db.in_transaction()) plant.db.Rollback();
+    if (error.category() != ErrorCategory::kBusy) throw;
+    return;
   }
-  plant.Run(Concat("insert into ", kQueue,
-                   " (COMMAND_ID, DEPT_ID, LOCATION_ID, GROUP_ID, MACHINE_ID, COMMAND_TIME_CODE, TIME_STAMP, "
-                   "PARAM1) values (?, ?, ?, ?, ?, ?, ?, ?)"),
-            {command_id, machine.dept_id, machine.location_id, machine.group_id, machine.id, time_code, time,
-             param.empty() ? Value() : Value(param)});
+  plant.db.Rollback();
 }
 
 std::vector<AsideEvent> ReadAside(Plant& plant) {

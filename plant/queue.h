@@ -38,6 +38,9 @@ std::string MissingFor(Plant& plant, const QueuedEvent& event);
 // Queues an event past the component, under its own time. A ToolError for one that could never be worked in.
 void QueueEvent(Plant& plant, const Machine& machine, const NamedEvent& event, const std::string& param,
                 DateTime time);
+// Queues an event and takes it back: the component reports only after a minute of attempts that the queue
+// takes nothing. A DatabaseError says why; a lock is none, and left to those attempts.
+void TryToQueue(Plant& plant, const Machine& machine, const NamedEvent& event, const std::string& param);
 
 // ---- Events set aside ----
 

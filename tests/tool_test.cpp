@@ -239,7 +239,7 @@ TEST_P(EveryPlantTest, ShowsTheCalendar) {
 TEST_P(EveryPlantTest, QueuesEventsAndWorksThemOff) {
   Do("create " + plant_ + " --demo");
   EXPECT_EQ(Do("process " + plant_), "Nothing waits.\n");
-  Do("append " + plant_ + " --machine 1 --event 'part start' --param 'Größe 7'");
+  Do("append " + plant_ + " --machine 1 --event 'part start' --param 'Größe 7' --unchecked");
   Do("append " + plant_ + " --dnc --machine 101 --event 'cycle start'");
   Do("append " + plant_ + " --dnc --machine 102 --event 'custom 100 start' --dept 20 --dialect sqlserver");
   Do("append " + plant_ + " --machine 2 --event refresh");
@@ -282,6 +282,11 @@ TEST_F(ToolTest, RefusesWhatCannotBeDone) {
   ExpectError(append + "'part start' --param \"P'1\"", "apostrophe");
   ExpectError(append + "'part start' --param \"$(printf 'P\\377')\"", "UTF-8");
   ExpectError(append + "good --param 40000", "40000");
+  ExpectError(append + "'job start' --param j-1001", "there is no job \"j-1001\"; did you mean \"J-1001\"?");
+  ExpectError(append + "scrap --param 2.99", "there is no scrap code \"99\"");
+  Query("create trigger FULL before insert on T_SFC_MDC_LOG begin select raise(abort, 'no more'); end");
+  ExpectError(append + "good", "no more");
+  Query("drop trigger FULL");
   ExpectError(append + "good --library nowhere/libKXData7.so", "nowhere/libKXData7.so");
   ExpectError(append + "good --dialect mysql", "mysql");
   ExpectError("import plant.db nowhere.csv", "nowhere.csv");
@@ -301,6 +306,17 @@ TEST_F(ToolTest, RefusesWhatCannotBeDone) {
   ExpectError("records plant.db --csv >/dev/full", "could not be written");
   EXPECT_FALSE(fs::exists(folder_ / "nowhere.db"));
   EXPECT_EQ(DoCsv("queue plant.db").size(), 0U);
+
+  Write("ahead.csv",
+        "time,event,machine\n" + Query("select datetime('now', '+2 days')").ToText() + ",good,1\n");
+  EXPECT_NE(Run("import plant.db ahead.csv").errors.find("--allow-future"), std::string::npos);
+  Do("import plant.db ahead.csv --future-limit 49");
+  Query("delete from T_SFC_MDC_LOG");
+
+  // The component's own rule asks for none of that.
+  Do("append plant.db --machine 9 --event 'custom 99' --unchecked");
+  Do(append + "'job start' --param j-1001 --unchecked");
+  EXPECT_EQ(DoCsv("queue plant.db").size(), 2U);
 
   const Result secret = Run("status 'Driver={No Such Driver};Server=x;Uid=u;Pwd=geheim'");
   EXPECT_GT(secret.status, 0);

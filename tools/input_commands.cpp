@@ -242,7 +242,13 @@ void AddInputCommands(CommandLine& line) {
           "pause_ends_cycle, times (utc, plant), maintenance, alarm_downtime")
       ->type_name("NAME=VALUE")
       ->take_all();
-  command->add_flag("--allow-future", options->guard.allow_future, "Times more than a day ahead, too");
+  command->add_flag("--allow-future", options->guard.allow_future, "Times that lie further ahead, too");
+  command
+      ->add_option_function<std::int64_t>(
+          "--future-limit", [options](std::int64_t hours) { options->guard.future_limit = hours * 3600; },
+          "How far ahead of the plant's clock a time may lie; a day when not given")
+      ->type_name("HOURS")
+      ->check(CLI::Range(0, 100'000));
   command->add_flag("--allow-old", options->guard.allow_old,
                     "Times before what the machine has been through");
   command->add_flag("--allow-again", options->guard.allow_again, "A recording that was imported before");

@@ -1,10 +1,9 @@
-#include <charconv>
 #include <iostream>
 #include <memory>
 
 #include "database/ascii.h"
 #include "plant/client.h"
-#include "plant/near_name.h"
+#include "plant/event_check.h"
 #include "plant/queue.h"
 #include "plant/trial.h"
 #include "tools/command_line.h"
@@ -18,6 +17,7 @@ struct AppendOptions {
   std::string event;
   std::string param;
   std::optional<std::int32_t> dept, location, group;  // not given: where the machine's record says
+  bool unchecked = false;
 };
 
 struct QueueOptions {
@@ -26,34 +26,8 @@ struct QueueOptions {
   std::string reason;
 };
 
-// The number of a machine that is given by its number or, in any case of letters, by its name.
-std::int32_t MachineNumber(Plant& plant, const std::string& given) {
-  std::int32_t number = 0;
-  const auto [end, error] = std::from_chars(given.data(), given.data() + given.size(), number);
-  if (error == std::errc() && end == given.data() + given.size()) return number;
-  const Rows machines = plant.Run("select MACHINE_ID, MACHINE_NAME from T_SFC_MACHINE order by MACHINE_ID");
-  std::vector<std::string> names;
-  for (std::size_t i = 0; i < machines.count(); ++i) {
-    names.push_back(machines.at(i, 1).ToTextOr(""));
-    if (EqualsIgnoringCase(names.back(), given))
-      return plant.NumberOf("T_SFC_MACHINE", machines.at(i, 0).ToInt32());
-  }
-  throw ToolError("there is no machine \"" + given + '"' + DidYouMean(given, names));
-}
-
-// The component reports a right that is missing only after a minute of attempts.
-void RequireRightToQueue(Plant& plant) {
-  if (plant.db.target() != SqlTarget::kPostgres) return;
-  const Rows right =
-      plant.Run("select case when has_table_privilege('t_sfc_mdc_log', 'INSERT') then 1 else 0 end");
-  if (right.at(0, 0).ToInt32() == 0)
-    throw ToolError("permission denied for table t_sfc_mdc_log: the account may not queue events");
-}
-
-int Append(const PlantOptions& options, const AppendOptions& append) {
-  const NamedEvent event = ParseEventName(ToLowerAscii(append.event));
-  Plant plant(options);
-  RequireRightToQueue(plant);
+// The numbers of an event whose machine, command, places and names the plant has.
+kxdata7::EventNumbers CheckedNumbers(Plant& plant, const AppendOptions& append, const NamedEvent& event) {
   const std::int32_t machine_number = MachineNumber(plant, append.machine);
   const Machine machine = plant.FindMachine(machine_number);
   const auto number = [&](const char* table, std::optional<std::int32_t> given, std::int32_t id) {
@@ -66,13 +40,35 @@ int Append(const PlantOptions& options, const AppendOptions& append) {
   if (event.type_code != kxdata7::command_type::kRefresh) {
     const Command command = plant.FindCommand(event);
     RequireUsableParam(command.type_code, append.param);
+    RequireKnownParam(plant, command.type_code, append.param);
     numbers.command = plant.NumberOf("T_SFC_COMMAND", command.id);
   }
-  ConnectComponent(options)
-      .Append(numbers, append.param, event.time_code,
-              options.by_dnc ? kxdata7::NumberKind::kDnc : kxdata7::NumberKind::kIds)
-      .OrThrow();
-  std::cout << "Queued " << append.event << " for " << machine.name << ".\n";
+  TryToQueue(plant, machine, event, append.param);
+  return numbers;
+}
+
+// The numbers as they are given, which may lead nowhere.
+kxdata7::EventNumbers BareNumbers(Plant& plant, const AppendOptions& append, const NamedEvent& event) {
+  kxdata7::EventNumbers numbers{append.dept.value_or(-1), append.location.value_or(-1),
+                                append.group.value_or(-1), MachineNumber(plant, append.machine), -1};
+  if (event.type_code == kxdata7::command_type::kCustom) {
+    numbers.command = event.command_number;
+  } else if (event.type_code != kxdata7::command_type::kRefresh) {
+    numbers.command = plant.NumberOf("T_SFC_COMMAND", plant.FindCommand(event).id);
+  }
+  return numbers;
+}
+
+int Append(const PlantOptions& options, const AppendOptions& append) {
+  const NamedEvent event = ParseEventName(ToLowerAscii(append.event));
+  Plant plant(options);
+  const auto numbers =
+      append.unchecked ? BareNumbers(plant, append, event) : CheckedNumbers(plant, append, event);
+  const kxdata7::Answer answer = ConnectComponent(options).Append(
+      numbers, append.param, event.time_code,
+      options.by_dnc ? kxdata7::NumberKind::kDnc : kxdata7::NumberKind::kIds);
+  answer.OrThrow();
+  std::cout << "Queued " << append.event << " for machine " << append.machine << ".\n";
   return 0;
 }
 
@@ -155,6 +151,10 @@ void AddQueueCommands(CommandLine& line) {
   command->add_option("--dept", append->dept, "The department, when not that of the machine's record");
   command->add_option("--location", append->location, "The location, likewise");
   command->add_option("--group", append->group, "The group, likewise");
+  command->add_flag(
+      "--unchecked", append->unchecked,
+      "As the component itself takes it: no number and no name is looked up, and an event that\n"
+      "leads nowhere waits at the head of the queue. Places that are not given are -1");
 
   const auto options = std::make_shared<QueueOptions>();
   CLI::App* const queue =
