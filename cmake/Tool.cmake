@@ -33,11 +33,12 @@ if(CMAKE_CROSSCOMPILING)
     file(CREATE_LINK ${${folder}_FOLDER}/${folder} ${PROJECT_BINARY_DIR}/include/${folder} SYMBOLIC)
   endforeach()
   target_include_directories(kxdata7_cli SYSTEM INTERFACE ${PROJECT_BINARY_DIR}/include)
-  # The server's sockets.
+  # Sockets.
   target_link_libraries(kxdata7_cli INTERFACE ws2_32 mswsock)
-  # Its sockets are the newer ones; windows.h would bring the older ones before.
-  set_property(SOURCE ${PROJECT_SOURCE_DIR}/views/server.cpp APPEND
-               PROPERTY COMPILE_DEFINITIONS WIN32_LEAN_AND_MEAN NOMINMAX)
+  # The newer ones; windows.h would bring the older ones before.
+  set(socket_sources views/server.cpp inputs/links.cpp inputs/name_lookups.cpp inputs/tcp_link.cpp inputs/adapter_link.cpp)
+  list(TRANSFORM socket_sources PREPEND ${PROJECT_SOURCE_DIR}/)
+  set_property(SOURCE ${socket_sources} APPEND PROPERTY COMPILE_DEFINITIONS WIN32_LEAN_AND_MEAN NOMINMAX)
 endif()
 
 add_executable(kxdata7 tools/main.cpp)

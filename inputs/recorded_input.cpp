@@ -2,23 +2,20 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
 
 #include "database/text.h"
 #include "plant/plant.h"
 
 namespace kx::tool {
 
-bool ReadBoundedLine(std::istream& input, std::string& line, bool& whole) {
+bool ReadBoundedLine(std::istream& input, std::string& line) {
   line.clear();
-  whole = true;
   std::streambuf& buffer = *input.rdbuf();
   constexpr int kEnd = std::char_traits<char>::eof();
   int c = buffer.sbumpc();
   if (c == kEnd) return false;
   for (; c != kEnd && c != '\n'; c = buffer.sbumpc()) {
-    whole = line.size() < kLongestLine;
-    if (whole) line += static_cast<char>(c);
+    if (line.size() < kLongestLine) line += static_cast<char>(c);
   }
   return true;
 }
@@ -29,10 +26,8 @@ namespace {
 void ForEachLine(std::istream& input, char comment, Recording& recording,
                  const std::function<void(std::string_view, std::size_t)>& read) {
   std::string line;
-  bool whole = true;
-  for (std::size_t number = 1; ReadBoundedLine(input, line, whole); ++number) {
+  for (std::size_t number = 1; ReadBoundedLine(input, line); ++number) {
     std::string_view text = line;
-    if (!whole) recording.bad_lines.push_back({number, "the line is too long; its end is left out"});
     if (number == 1 && text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
     if (text.ends_with('\r')) text.remove_suffix(1);
     if (text.empty() || text.front() == comment) continue;
@@ -114,6 +109,7 @@ Recording ReadCsv(std::istream& input) {
   Recording recording;
   std::optional<CsvReader> reader;
   ForEachLine(input, '#', recording, [&](std::string_view text, std::size_t line) {
+    if (text.size() >= kLongestLine) throw ToolError("the line is too long");
     if (reader) {
       recording.events.push_back(reader->Read(text, line));
     } else if (recording.bad_lines.empty()) {
@@ -125,26 +121,6 @@ Recording ReadCsv(std::istream& input) {
     throw ToolError(recording.bad_lines.empty() ? "the file is empty" : recording.bad_lines.front().reason);
   }
   return recording;
-}
-
-MachineReader::MachineReader(const Mapping& mapping, Notices::Sink sink)
-    : notices_(std::move(sink)), reader_(mapping, notices_), state_(mapping) {}
-
-NamedValues MachineReader::Save() const {
-  NamedValues values;
-  reader_.Save(values);
-  state_.Save(values);
-  if (last_moment) values["moment"] = std::to_string(last_moment->time_since_epoch().count());
-  if (last_time) values["time"] = last_time->ToText();
-  return values;
-}
-
-void MachineReader::Load(const NamedValues& values) {
-  reader_.Load(values);
-  state_.Load(values);
-  if (const auto moment = values.find("moment"); moment != values.end())
-    last_moment = Moment(std::chrono::microseconds(std::atoll(moment->second.c_str())));
-  if (const auto time = values.find("time"); time != values.end()) last_time = DateTime::Parse(time->second);
 }
 
 Recording ReadShdr(std::istream& input, const ShdrOptions& options) {

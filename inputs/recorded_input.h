@@ -10,8 +10,7 @@
 #include <vector>
 
 #include "database/date_time.h"
-#include "inputs/machine_state.h"
-#include "inputs/shdr_line.h"
+#include "inputs/machine_reader.h"
 #include "plant/events.h"
 
 namespace kx::tool {
@@ -46,36 +45,6 @@ struct Recording {
 // lines that begin with # are skipped. A ToolError when the first line does not name the columns.
 Recording ReadCsv(std::istream& input);
 
-// One machine's adapter lines and what becomes of them: its reader, its state, and how far it has come.
-class MachineReader {
- public:
-  MachineReader(const Mapping& mapping, Notices::Sink sink);
-  MachineReader(const MachineReader&) = delete;
-  MachineReader& operator=(const MachineReader&) = delete;
-
-  std::vector<Report> Read(std::string_view line, std::optional<Moment> arrival, bool opening = false) {
-    return reader_.Read(line, arrival, opening);
-  }
-  std::vector<MachineEvent> Apply(const Report& report) {
-    last_moment = report.moment;
-    last_time = report.time;
-    return state_.Apply(report, notices_);
-  }
-  NamedValues Save() const;
-  void Load(const NamedValues& values);
-
-  ShdrReader& reader() { return reader_; }
-  Notices& notices() { return notices_; }
-
-  std::optional<Moment> last_moment;  // of the last report that was taken
-  std::optional<DateTime> last_time;
-
- private:
-  Notices notices_;
-  ShdrReader reader_;
-  MachineState state_;
-};
-
 struct ShdrOptions {
   Mapping mapping;
   NamedValues state;                    // the machine's, of before
@@ -106,8 +75,8 @@ enum class InputForm { kCsv, kShdr };
 // The form of a recording by its first lines.
 InputForm FormOf(std::string_view text);
 
-// Reads a line, kLongestLine bytes of it at most; `whole` tells whether that is all. False: there is none.
-bool ReadBoundedLine(std::istream& input, std::string& line, bool& whole);
+// Reads a line, kLongestLine bytes of it at most. False: there is none.
+bool ReadBoundedLine(std::istream& input, std::string& line);
 
 // The plant time of a text: as it stands, or with a Z or an offset at its end by the time zone of the
 // process. Fractions of a second are dropped. A ToolError when it is no date and time.

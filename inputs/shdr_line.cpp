@@ -89,6 +89,8 @@ std::vector<std::string> SplitFields(std::string_view line) {
 }
 
 std::vector<Report> ShdrReader::Read(std::string_view line, std::optional<Moment> arrival, bool opening) {
+  if (line.size() >= kLongestLine)
+    notices_.Say(Notices::Kind::kRefused, "long line", "the line is too long; its end is left out");
   line = Trim(line);
   if (!multiline_end_.empty()) {
     if (line == multiline_end_ || ++multiline_lines_ > kMostMultilines) multiline_end_.clear();

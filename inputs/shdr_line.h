@@ -11,7 +11,7 @@
 
 namespace kx::tool {
 
-inline constexpr std::size_t kLongestLine = 1 << 20;  // of an adapter, in bytes; the rest is not read
+inline constexpr std::size_t kLongestLine = 1 << 20;  // of an adapter, in bytes; the rest is left out
 
 // The lines `time|key|value|…` of one adapter, as one machine hears them: keys of another device or path than
 // the one that counts are left out, and said once.

@@ -109,7 +109,7 @@ int ImportStream(Plant& plant, const PlantOptions& plant_options, const ImportOp
   TimeGuard& guard = importer.GuardOf(importer.OwnMachine());
   const std::string name = StateName(importer.OwnMachine().id);
   std::string line;
-  for (bool whole = true; ++number, ReadBoundedLine(std::cin, line, whole);) {
+  while (++number, ReadBoundedLine(std::cin, line)) {
     try {
       if (!section.Holds(line)) continue;
       for (Report& report : machine.Read(line, section.arrival() ? section.arrival() : Now())) {
