@@ -1,11 +1,74 @@
 #include "inputs/machine_reader.h"
 
+#include <algorithm>
 #include <cstdlib>
 
+#include "database/text.h"
+
 namespace kx::tool {
+namespace {
+
+// A connection that has told nothing twice for so long is open all the same.
+constexpr std::chrono::seconds kLongestOpening{10};
+
+std::string ClockText(std::int64_t ahead) {
+  return Concat(ahead < 0 ? -ahead : ahead, " s ", ahead < 0 ? "slow" : "fast");
+}
+
+}  // namespace
 
 MachineReader::MachineReader(const Mapping& mapping, Notices::Sink sink)
     : notices_(std::move(sink)), reader_(mapping, notices_), state_(mapping) {}
+
+void MachineReader::Open(Moment arrival) {
+  reader_.Reconnect();
+  opened_ = arrival;
+  told_.clear();
+}
+
+std::vector<Report> MachineReader::Read(std::string_view line, std::optional<Moment> arrival) {
+  std::vector<Report> reports = reader_.Read(line, arrival);
+  if (opened_) MarkOpening(reports, arrival);
+  return reports;
+}
+
+void MachineReader::MarkOpening(std::vector<Report>& reports, std::optional<Moment> arrival) {
+  if (arrival && *arrival - *opened_ > kLongestOpening) opened_.reset();
+  for (Report& report : reports) {
+    for (const Observation& told : report.observations) {
+      // There are several alarms.
+      if (!told_.insert(told.item).second && told.item != Item::kAlarm) opened_.reset();
+    }
+    if (!opened_) return;
+    report.opening = true;
+  }
+}
+
+void MachineReader::AdmitLive(Report& report, Moment arrival) {
+  const DateTime arrived = ToPlantTime(arrival, false);
+  const std::int64_t ahead = SecondsBetween(arrived, report.time);
+  // The plant's clock may have been put back meanwhile.
+  const bool in_order = last_moment && report.moment >= *last_moment;
+  const bool old = last_time && !in_order && SecondsBetween(report.time, *last_time) > kClockLimit.count();
+  if (ahead > kClockLimit.count() || old) {
+    notices_.Say(Notices::Kind::kNote, "wrong clock",
+                 Concat("the clock of the machine is ", ClockText(ahead), ", at ", report.time.ToText(),
+                        ": the time of arrival is taken instead"));
+    report.moment = arrival;
+    report.time = arrived;
+  } else if (-ahead > kClockLimit.count() && !report.opening) {
+    notices_.Say(Notices::Kind::kNote, "late",
+                 Concat("what the machine tells is ", -ahead, " s old, at ", report.time.ToText(),
+                        "; if that is its clock, set it, or set times=arrival in its mapping"));
+  }
+  if (last_time) report.time = std::max(report.time, *last_time);
+}
+
+std::vector<MachineEvent> MachineReader::Apply(const Report& report) {
+  last_moment = report.moment;
+  last_time = report.time;
+  return state_.Apply(report, notices_);
+}
 
 NamedValues MachineReader::Save() const {
   NamedValues values;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -9,21 +10,26 @@
 
 namespace kx::tool {
 
-// One machine's adapter lines and what becomes of them: its reader, its state, and how far it has come.
+// How far ahead of its arrival a live report may lie, and how far behind what its machine told last, before
+// the machine's clock is not believed.
+inline constexpr std::chrono::seconds kClockLimit{60};
+
+// One machine's input and what becomes of it: the reader of its lines, its state, and how far it has come.
 class MachineReader {
  public:
   MachineReader(const Mapping& mapping, Notices::Sink sink);
   MachineReader(const MachineReader&) = delete;
   MachineReader& operator=(const MachineReader&) = delete;
 
-  std::vector<Report> Read(std::string_view line, std::optional<Moment> arrival, bool opening = false) {
-    return reader_.Read(line, arrival, opening);
-  }
-  std::vector<MachineEvent> Apply(const Report& report) {
-    last_moment = report.moment;
-    last_time = report.time;
-    return state_.Apply(report, notices_);
-  }
+  // A connection opens. What is told then, up to an item that is told again, says what holds.
+  void Open(Moment arrival);
+  // What a line of an adapter tells.
+  std::vector<Report> Read(std::string_view line, std::optional<Moment> arrival);
+  // Gives a live report the time under which it is taken: its own, or that of the arrival where the machine's
+  // clock cannot be right, which is said once; never earlier than what the machine told last.
+  void AdmitLive(Report& report, Moment arrival);
+  std::vector<MachineEvent> Apply(const Report& report);
+
   NamedValues Save() const;
   void Load(const NamedValues& values);
 
@@ -34,9 +40,13 @@ class MachineReader {
   std::optional<DateTime> last_time;
 
  private:
+  void MarkOpening(std::vector<Report>& reports, std::optional<Moment> arrival);
+
   Notices notices_;
   ShdrReader reader_;
   MachineState state_;
+  std::optional<Moment> opened_;  // as long as it is told what holds
+  std::set<Item> told_;           // since then
 };
 
 }  // namespace kx::tool

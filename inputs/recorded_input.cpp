@@ -103,6 +103,8 @@ class CsvReader {
   std::vector<std::string> columns_;
 };
 
+constexpr std::string_view kOpened = " opened";
+
 }  // namespace
 
 Recording ReadCsv(std::istream& input) {
@@ -130,50 +132,63 @@ Recording ReadShdr(std::istream& input, const ShdrOptions& options) {
     (kind == Notices::Kind::kNote ? recording.notes : recording.bad_lines).push_back({line, text});
   });
   machine.Load(options.state);
-  std::vector<std::pair<std::size_t, Report>> reports;
-  RecordedSection section(options.machine);
-  ForEachLine(input, '\0', recording, [&](std::string_view text, std::size_t number) {
-    line = number;
-    if (!section.Holds(text)) return;
-    for (Report& report : machine.Read(text, section.arrival()))
-      reports.emplace_back(number, std::move(report));
-  });
-  // A recording may hold sections that are not in the order of time.
-  std::ranges::stable_sort(reports, {}, [](const auto& report) { return report.second.moment; });
-  for (auto& [number, report] : reports) {
+  const auto apply = [&](std::size_t number, Report& report) {
     line = number;
     try {
       if (options.admit) report.time = options.admit(report);
     } catch (const ToolError& error) {
       recording.bad_lines.push_back({number, error.what()});
-      continue;
+      return;
     }
     for (MachineEvent& event : machine.Apply(report))
       recording.events.push_back({number, event.time, event.event, std::move(event.param), std::nullopt});
-  }
+  };
+  std::vector<std::pair<std::size_t, Report>> reports;
+  RecordedSection section(options.machine);
+  ForEachLine(input, '\0', recording, [&](std::string_view text, std::size_t number) {
+    line = number;
+    const bool holds = section.Holds(text);
+    if (const auto opened = section.TakeOpened()) machine.Open(*opened);
+    if (!holds) return;
+    for (Report& report : machine.Read(text, section.arrival())) {
+      if (section.arrival()) {
+        // As it was taken when it came.
+        machine.AdmitLive(report, *section.arrival());
+        apply(number, report);
+      } else {
+        reports.emplace_back(number, std::move(report));
+      }
+    }
+  });
+  // A recording may hold sections that are not in the order of time.
+  std::ranges::stable_sort(reports, {}, [](const auto& report) { return report.second.moment; });
+  for (auto& [number, report] : reports) apply(number, report);
   recording.state = machine.Save();
   recording.taken = machine.reader().Taken();
   recording.keys_seen = machine.reader().KeysSeen();
   return recording;
 }
 
-std::string RecordedSection::Head(std::int32_t machine_id, Moment arrival) {
+std::string RecordedSection::Head(std::int32_t machine_id, Moment arrival, bool opened) {
   const auto micros = arrival.time_since_epoch().count();
   const DateTime seconds{
       std::chrono::local_seconds(std::chrono::floor<std::chrono::seconds>(arrival).time_since_epoch())};
   return Concat("* from machine ", machine_id, " at ", seconds.Format("yyyy-MM-ddThh:mm:ss"), ".",
-                std::to_string(1'000'000 + micros % 1'000'000).substr(1), "Z");
+                std::to_string(1'000'000 + micros % 1'000'000).substr(1), "Z", opened ? kOpened : "");
 }
 
 bool RecordedSection::Holds(std::string_view line) {
   constexpr std::string_view kHead = "* from machine ";
   if (!line.starts_with(kHead)) return holds_;
-  const std::string_view rest = line.substr(kHead.size());
+  std::string_view rest = line.substr(kHead.size());
+  const bool opened = rest.ends_with(kOpened);
+  if (opened) rest.remove_suffix(kOpened.size());
   const std::size_t at = rest.find(" at ");
   if (at == std::string_view::npos) return holds_;
   holds_ = !machine_ || ParseWhole(rest.substr(0, at)) == machine_;
   bool offset_given = false;
   arrival_ = ParseMoment(rest.substr(at + 4), offset_given);
+  if (holds_ && opened) opened_ = arrival_;
   return false;
 }
 

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "database/date_time.h"
@@ -56,19 +57,22 @@ struct ShdrOptions {
 // Lines of an adapter, put in the order of time.
 Recording ReadShdr(std::istream& input, const ShdrOptions& options = {});
 
-// Where a recording of several machines changes from one to the other: lines "* from machine 3 at MOMENT".
+// Where a recording of what came live changes from one machine, or arrival, to the next: lines "* from
+// machine 3 at MOMENT", with " opened" behind when a connection was.
 class RecordedSection {
  public:
   explicit RecordedSection(std::optional<std::int32_t> machine) : machine_(machine) {}
-  static std::string Head(std::int32_t machine_id, Moment arrival);
+  static std::string Head(std::int32_t machine_id, Moment arrival, bool opened = false);
   // Whether the machine's lines are read here; not the head itself.
   bool Holds(std::string_view line);
   std::optional<Moment> arrival() const { return arrival_; }
+  // When a connection of the machine was opened; nothing when that was asked before.
+  std::optional<Moment> TakeOpened() { return std::exchange(opened_, std::nullopt); }
 
  private:
   const std::optional<std::int32_t> machine_;
   bool holds_ = true;
-  std::optional<Moment> arrival_;
+  std::optional<Moment> arrival_, opened_;
 };
 
 enum class InputForm { kCsv, kShdr };

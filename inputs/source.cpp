@@ -5,8 +5,12 @@
 namespace kx::tool {
 
 std::vector<InputSource> ReadSources(Plant& plant) {
-  const Rows rows = plant.Run(
-      "select MACHINE_ID, SOURCE_KIND, SOURCE_ADDRESS, SOURCE_MAPPING from T_SFC_SOURCE order by MACHINE_ID");
+  return SourcesOf(
+      plant.Run("select MACHINE_ID, SOURCE_KIND, SOURCE_ADDRESS, SOURCE_MAPPING from T_SFC_SOURCE order by "
+                "MACHINE_ID"));
+}
+
+std::vector<InputSource> SourcesOf(const Rows& rows) {
   std::vector<InputSource> sources;
   for (std::size_t i = 0; i < rows.count(); ++i) {
     sources.push_back({rows.at(i, 0).ToInt32(), rows.at(i, 1).ToTextOr(""), rows.at(i, 2).ToTextOr(""),

@@ -17,6 +17,8 @@ struct InputSource {
 };
 
 std::vector<InputSource> ReadSources(Plant& plant);
+// Those in rows of machine, kind, address and mapping.
+std::vector<InputSource> SourcesOf(const Rows& rows);
 // How the input of a machine is read; the defaults where the plant says nothing.
 NamedValues MappingOf(Plant& plant, std::int32_t machine_id);
 

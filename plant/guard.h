@@ -19,16 +19,22 @@ struct GuardError : ToolError {
   bool held_by_this_process;
 };
 
-// Whoever works a plant off is alone in that while this lives, however the plant is named. It goes with the
-// process; on a server it belongs to the link and goes with that. A plant in memory needs none.
+// Whoever works a plant off, or collects for it, is alone in that while this lives, however the plant is
+// named. It goes with the process; on a server it belongs to the link and goes with that. A plant in memory
+// needs none.
 class Guard {
  public:
-  // A GuardError that says who holds it, when somebody does.
-  explicit Guard(const PlantOptions& options);
+  enum class Work { kProcessing, kCollecting };
 
-  // The row of the first event that waits, read on the guard's link. A GuardError when the guard is lost, or
-  // the file of the plant is not the one that was opened; a DatabaseError when the link, and the guard with
-  // it, is lost.
+  // A GuardError that says who holds it, when somebody does.
+  explicit Guard(const PlantOptions& options, Work work = Work::kProcessing);
+
+  // A GuardError when the guard is lost, or the file of the plant is not the one that was opened. On a server
+  // the guard is lost with the link.
+  void RequireHeld() const;
+
+  // The row of the first event that waits, read on the guard's link. A GuardError as above; a DatabaseError
+  // when the link, and the guard with it, is lost.
   std::optional<std::int32_t> FirstRow();
 
   // The link that the guard belongs to.
@@ -39,6 +45,7 @@ class Guard {
   void LockServer(kxdata7::Dialect dialect);
   [[noreturn]] void Refuse(const std::string& holder) const;
 
+  const Work work_;
   Plant plant_;
   std::filesystem::path plant_file_;  // empty on a server and in memory
   std::string plant_identity_;

@@ -44,6 +44,10 @@ std::string WithSqliteKeyword(std::string text, std::string_view keyword, std::s
 
 }  // namespace
 
+std::string FileConnectionString(std::string_view file) {
+  return "Provider=SQLite;Data Source=" + Quoted(file);
+}
+
 std::string PlantConnectionString(std::string_view plant, OpenMode mode) {
   if (plant.find("://") != std::string_view::npos && plant.find('=') > plant.find("://")) {
     throw ToolError(
@@ -53,7 +57,7 @@ std::string PlantConnectionString(std::string_view plant, OpenMode mode) {
   std::error_code ignored;
   const bool is_file =
       plant.find('=') == std::string_view::npos || std::filesystem::exists(ToPath(plant), ignored);
-  std::string text = is_file ? "Provider=SQLite;Data Source=" + Quoted(plant) : std::string(plant);
+  std::string text = is_file ? FileConnectionString(plant) : std::string(plant);
   if (mode == OpenMode::kExisting) return text;
   return WithSqliteKeyword(std::move(text), "Mode",
                            mode == OpenMode::kCreate ? "ReadWriteCreate" : "ReadOnly");

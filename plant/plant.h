@@ -32,6 +32,9 @@ struct PlantOptions {
 
 enum class OpenMode { kExisting, kCreate, kReadOnly };
 
+// The connection string of a file of SQLite, whatever its name holds.
+std::string FileConnectionString(std::string_view file);
+
 // The connection string of a plant given as a file name or as a connection string.
 std::string PlantConnectionString(std::string_view plant, OpenMode mode = OpenMode::kExisting);
 

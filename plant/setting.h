@@ -21,6 +21,8 @@ namespace setting {
 
 // Who works the plant off, where the guard cannot tell otherwise.
 constexpr std::string_view kProcessor = "processor";
+// Who listens to its machines, likewise.
+constexpr std::string_view kCollector = "collector";
 // ROW<TAB>TIME<TAB>ERROR of the event that keeps its processor from going on; not there while none does.
 constexpr std::string_view kProcessorError = "processor_error";
 

@@ -111,8 +111,11 @@ int ImportStream(Plant& plant, const PlantOptions& plant_options, const ImportOp
   std::string line;
   while (++number, ReadBoundedLine(std::cin, line)) {
     try {
-      if (!section.Holds(line)) continue;
-      for (Report& report : machine.Read(line, section.arrival() ? section.arrival() : Now())) {
+      const bool holds = section.Holds(line);
+      if (const auto opened = section.TakeOpened()) machine.Open(*opened);
+      if (!holds) continue;
+      for (Report& report : machine.Read(line, section.arrival().value_or(Now()))) {
+        if (section.arrival()) machine.AdmitLive(report, *section.arrival());
         report.time = guard.Admit(report, machine.last_moment);
         for (const MachineEvent& event : machine.Apply(report)) {
           if (!plant.db.in_transaction()) plant.db.Begin();
