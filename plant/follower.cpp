@@ -44,7 +44,7 @@ void Follower::Run() {
   Open();
   service_.Ready();
   Say(out_, "Works the plant off.");
-  next_summary_ = Clock::now() + minutes(1);
+  next_summary_ = options_.now() + minutes(1);
   while (!stop_.requested()) {
     try {
       if (stop_.TakeReopen()) {
@@ -78,8 +78,8 @@ void Follower::Turn() {
     case Processor::Outcome::kFailed: return OnFailure();
     case Processor::Outcome::kNothingWaits: break;
   }
-  if (Clock::now() >= next_shifts_) {
-    next_shifts_ = Clock::now() + kBetweenShifts;
+  if (options_.now() >= next_shifts_) {
+    next_shifts_ = options_.now() + kBetweenShifts;
     if (idle_shifts_.Queue(processor_->plant(), processor_->component()) > 0) return;
   }
   Wait(processor_->plant().db.target() == SqlTarget::kSqlite ? kPollFile : kPollServer);
@@ -95,7 +95,7 @@ void Follower::OnApplied() {
 
 void Follower::OnFailure() {
   if (!processor_->component().IsConnected()) throw ToolError(processor_->error());
-  const auto now = Clock::now();
+  const auto now = options_.now();
   const std::int32_t row = processor_->row();
   if (row != failure_.row) failure_ = {row, now, now, {}, kFirstPause};
   const std::string text = processor_->FailureText();
@@ -115,7 +115,7 @@ bool Follower::SetFailedAside() {
   const auto event = ReadQueuedEvent(processor_->plant(), failure_.row);
   auto limit = options_.set_aside_after;
   if (event && event->command_id == -1) limit = std::min(kRefreshMayFail, limit.value_or(kRefreshMayFail));
-  if (!limit || Clock::now() - failure_.since < *limit) return false;
+  if (!limit || options_.now() - failure_.since < *limit) return false;
   try {
     if (!SetAside(processor_->plant(), failure_.row, processor_->error(),
                   ServerTime(processor_->component())))
@@ -134,7 +134,7 @@ void Follower::OpenAgain(const std::string& why) {
   Say(errors_, "the plant is out of reach, and is tried again: " + why);
   service_.Status("out of reach: " + why);
   std::string said = why;
-  auto said_at = Clock::now();
+  auto said_at = options_.now();
   const auto since = said_at;
   for (Clock::duration pause = kFirstPause; !stop_.requested(); pause = Longer(pause)) {
     Wait(pause);
@@ -143,33 +143,34 @@ void Follower::OpenAgain(const std::string& why) {
     try {
       Open();
       Say(out_, "Reaches the plant again, after " +
-                    Grouped(duration_cast<seconds>(Clock::now() - since).count()) + " s.");
+                    Grouped(duration_cast<seconds>(options_.now() - since).count()) + " s.");
       changed_ = true;
       return;
     } catch (const GuardError& error) {
       // On a server the session of the lost link may live on for a while.
       if (!error.held_by_this_process) throw;
     } catch (const std::exception& error) {
-      if (error.what() == said && Clock::now() - said_at < kBetweenSameErrors) continue;
+      if (error.what() == said && options_.now() - said_at < kBetweenSameErrors) continue;
       said = error.what();
-      said_at = Clock::now();
+      said_at = options_.now();
       Say(errors_, "the plant is still out of reach: " + said);
     }
   }
 }
 
 void Follower::Wait(Clock::duration pause) {
-  const auto end = Clock::now() + pause;
-  for (Clock::duration left = pause; left > Clock::duration::zero(); left = end - Clock::now()) {
+  const auto end = options_.now() + pause;
+  for (Clock::duration left = pause; left > Clock::duration::zero(); left = end - options_.now()) {
     service_.Alive();
     const auto piece = std::min<Clock::duration>(left, service_.alive_interval() / 2);
     // Up, so that a rest of less than a millisecond does not spin.
-    if (stop_.WaitFor(std::chrono::ceil<milliseconds>(piece)) || stop_.reopen_requested()) return;
+    options_.rest(stop_, std::chrono::ceil<milliseconds>(piece));
+    if (stop_.requested() || stop_.reopen_requested()) return;
   }
 }
 
 void Follower::Report(bool at_once) {
-  const auto now = Clock::now();
+  const auto now = options_.now();
   const bool status_due = changed_ && (at_once || now >= next_status_);
   const bool summary_due = applied_ != summed_up_ && (at_once || now >= next_summary_);
   if (now >= next_summary_) next_summary_ = now + minutes(1);

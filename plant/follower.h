@@ -17,15 +17,22 @@
 namespace kx::tool {
 
 struct FollowOptions {
+  using Clock = std::chrono::steady_clock;
+
   // How long an event may fail before it is set aside; nothing: it stays first until somebody acts.
   std::optional<std::chrono::minutes> set_aside_after;
+
+  // The processor's own time: its pauses, and when it says something again.
+  std::function<Clock::time_point()> now = &Clock::now;
+  std::function<void(const StopSignal&, std::chrono::milliseconds)> rest =
+      [](const StopSignal& stop, std::chrono::milliseconds limit) { stop.WaitFor(limit); };
 };
 
 // Works a plant off as events come, until a stop is asked for: a processor that stays. What it does is a line
 // a minute on `out`, what keeps it from that a line on `errors`.
 class Follower {
  public:
-  using Clock = std::chrono::steady_clock;
+  using Clock = FollowOptions::Clock;
 
   // Reads the options anew each time the plant is opened again.
   Follower(std::function<PlantOptions()> plant, const FollowOptions& options, std::ostream& out,

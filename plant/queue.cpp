@@ -53,6 +53,15 @@ auto WithAside(Work work) {
   }
 }
 
+// Deletes a row. False: the database does not.
+bool CanDelete(Plant& plant, std::int32_t row) {
+  try {
+    return plant.Run(Concat("delete from ", kQueue, " where MDC_LOG_ID = ?"), {row}).affected == 1;
+  } catch (const DatabaseError&) {
+    return false;
+  }
+}
+
 // With more columns and their values.
 void InsertEvent(Plant& plant, const Machine& machine, const NamedEvent& event, const std::string& param,
                  DateTime time, std::string_view columns, std::string_view values) {
@@ -131,10 +140,11 @@ void TryToQueue(Plant& plant, const Machine& machine, const NamedEvent& event, c
   try {
     plant.db.Begin();
     InsertEvent(plant, machine, event, param, DateTime(2000, 1, 1), "MDC_LOG_ID, ", "-1, ");
+    // A file shows only in a commit that its disk is full.
+    if (plant.db.target() == SqlTarget::kSqlite && CanDelete(plant, -1)) plant.db.Commit();
   } catch (const DatabaseError& error) {
-    if (plant.db.in_transaction()) plant.db.Rollback();
+    plant.db.Rollback();
     if (error.category() != ErrorCategory::kBusy) throw;
-    return;
   }
   plant.db.Rollback();
 }

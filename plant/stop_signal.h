@@ -6,8 +6,8 @@ namespace kx::tool {
 
 // The wish that the program end in order: TERM or INT, on Windows Ctrl+C, Ctrl+Break, the closing of the
 // window or the service control manager. It is caught while the object lives, of which there is one at a
-// time. A second wish ends the program at once; what comes within kSameWish of the first is the first one,
-// since a process and its group are often signalled together.
+// time, and forgotten with it. A second wish ends the program at once; what comes within kSameWish of the
+// first is the first one, since a process and its group are often signalled together.
 class StopSignal {
  public:
   enum class Hangup { kStops, kReopens };

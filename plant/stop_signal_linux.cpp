@@ -75,6 +75,10 @@ StopSignal::StopSignal(Hangup hangup) {
 
 StopSignal::~StopSignal() {
   for (std::size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &previous[i], nullptr);
+  stop_requested = false;
+  TakeReopen();
+  std::uint64_t count = 0;
+  [[maybe_unused]] const auto taken = read(stop_event, &count, sizeof count);
 }
 
 bool StopSignal::requested() const { return stop_requested; }

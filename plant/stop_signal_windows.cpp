@@ -28,7 +28,11 @@ StopSignal::StopSignal(Hangup) {
   SetConsoleCtrlHandler(OnStop, TRUE);
 }
 
-StopSignal::~StopSignal() { SetConsoleCtrlHandler(OnStop, FALSE); }
+StopSignal::~StopSignal() {
+  SetConsoleCtrlHandler(OnStop, FALSE);
+  stop_requested = false;
+  ResetEvent(stop_event);
+}
 
 bool StopSignal::requested() const { return stop_requested; }
 

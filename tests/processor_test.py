@@ -10,14 +10,17 @@ import signal
 import socket
 import sqlite3
 import subprocess
+import sys
 import tempfile
+import threading
 import time
 import unittest
 import unittest.mock
-from typing import Callable, List, Optional
+from typing import Callable, Dict, List, Optional
 
 TOOL = os.environ["KXDATA7_TOOL"]
 SERVER = os.environ["KXDATA7_RUN_SERVER"]
+LONG_RUN = "KXDATA7_LONG_RUN" in os.environ
 os.environ.update(TZ="UTC", PGTZ="UTC")
 
 # A Monday that is over: its shifts are known, and there are few to catch up with.
@@ -33,6 +36,15 @@ def wait_until(condition: Callable[[], bool], what: str, seconds: float = 60) ->
         if time.monotonic() > end:
             raise AssertionError(f"{what} did not come within {seconds} s")
         time.sleep(0.01)
+
+
+def clock_put(hours: int, when: float) -> str:
+    """A time zone whose clock is put on or back by an hour at a moment."""
+    back = hours < 0
+    wall = datetime.datetime.fromtimestamp(when + (3600 if back else 0), datetime.timezone.utc)
+    # Days of the year without the leap day.
+    change = f"J{wall.replace(year=2001).timetuple().tm_yday}/{wall:%H:%M:%S}"
+    return "WIN0SUM-1," + (f"J1/0,{change}" if back else f"{change},J365/23")
 
 
 class Cases:
@@ -69,6 +81,13 @@ class Cases:
         self.addCleanup(process.kill)
         return process
 
+    def refused(self, *arguments: str) -> str:
+        """What the tool says when it must fail: one line."""
+        process = self.start(*arguments)
+        errors = process.communicate(timeout=60)[1]
+        self.assertEqual((process.returncode, errors.count("\n")), (1, 1), errors)
+        return errors
+
     def tool(self, *arguments: str) -> str:
         process = self.start(*arguments)
         output, errors = process.communicate()
@@ -90,12 +109,12 @@ class Cases:
         self.assertIn("Stopped; ", output)
         return errors
 
-    def import_lines(self, lines: List[str]) -> None:
+    def import_lines(self, lines: List[str], *arguments: str) -> None:
         (self.folder / "day.csv").write_text("time,event,param\n" + "".join(line + "\n" for line in lines))
-        self.tool("import", self.plant, "day.csv", "--machine", "1")
+        self.tool("import", self.plant, "day.csv", "--machine", "1", *arguments)
 
-    def import_counts(self, count: int) -> None:
-        self.import_lines([f"{DAY} 07:{i // 60:02}:{i % 60:02},good,1" for i in range(count)])
+    def import_counts(self, count: int, *arguments: str) -> None:
+        self.import_lines([f"{DAY} 07:{i // 60:02}:{i % 60:02},good,1" for i in range(count)], *arguments)
 
     def test_two_processors_work_each_event_once(self) -> None:
         cycles = 60
@@ -169,6 +188,27 @@ class Cases:
         self.assertRegex(errors, rf"^kxdata7: ..:..:.. row 2 \(good, machine 1, {DAY} 07:00:01\): Overflow\n$")
         self.assertEqual(self.number("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA"), 4)
 
+    def test_goes_on_when_the_clock_is_put_on_or_back(self) -> None:
+        for machine, hours in (("1", 1), ("2", -1)):
+            change = time.time() + 3
+            zone = clock_put(hours, change)
+            with unittest.mock.patch.dict(os.environ, TZ=zone, PGTZ=zone):
+                process = self.follow()
+                self.tool("append", self.plant, "--machine", machine, "--event", "cycle start")
+                wait_until(lambda: time.time() > change + 1, "the change")
+                self.tool("append", self.plant, "--machine", machine, "--event", "cycle end")
+                wait_until(lambda: self.waiting() == 0, "the cycle")
+                self.assertEqual(self.end(process), "")
+                doctor = self.tool("doctor", self.plant)
+            cycle = (
+                "select min(CYCLE_TIME), sum(FINISHED_CYCLES), sum(UNFINISHED_CYCLES) from T_SFC_MACHINE_DATA "
+                f"where MACHINE_ID = {machine}"
+            )
+            minutes, *cycles = self.query(cycle)[0]
+            self.assertEqual(cycles, ["1", "0"])
+            self.assertEqual(hours < 0, "has a negative time" in doctor, doctor)
+            self.assertEqual(hours < 0, float(minutes) < -59)
+
     def test_applies_an_event_once_whose_row_stays(self) -> None:
         self.import_counts(2)
         self.keep_rows(True)
@@ -214,6 +254,106 @@ class SqliteTest(Cases, unittest.TestCase):
         self.end(process)
         while told[-1] != "STOPPING=1":
             told.append(manager.recv(1000).decode())
+
+
+    def test_reads_the_plant_file_again_on_a_hangup(self) -> None:
+        self.tool("create", "other.db", "--demo", "--start", DAY)
+        settings = self.folder / "hall.conf"
+        settings.write_text(f"KXDATA7_PLANT={self.plant}\n")
+        settings.chmod(0o600)
+        process = self.start("--plant-file", "hall.conf", "process", "--follow")
+        assert process.stdout
+        self.assertIn("Works the plant off.", process.stdout.readline())
+        settings.write_text("KXDATA7_PLANT=other.db\n")
+        process.send_signal(signal.SIGHUP)
+        self.assertIn("Opened the plant again.", process.stdout.readline())
+        self.plant = str(self.folder / "other.db")
+        self.tool("append", self.plant, "--machine", "1", "--event", "good")
+        wait_until(lambda: self.number("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA") == 1, "the count")
+        self.end(process)
+
+    def test_ends_at_once_on_a_second_signal(self) -> None:
+        process = self.follow()
+        plant = sqlite3.connect(self.plant, timeout=20, isolation_level=None)
+        self.addCleanup(plant.close)
+        plant.execute("begin immediate")
+        plant.execute("insert into T_SFC_MDC_LOG (MACHINE_ID, TIME_STAMP) values (1, datetime('now'))")
+        plant.execute("commit")
+        plant.execute("begin immediate")
+        if plant.execute("select count(*) from T_SFC_MDC_LOG").fetchone() == (0,):
+            self.fail("the event was faster")
+        time.sleep(0.2)  # it is at an event now that cannot be worked in, and tries for seconds
+        process.send_signal(signal.SIGTERM)
+        time.sleep(0.3)  # what comes earlier is the same signal
+        self.assertIsNone(process.poll())
+        process.send_signal(signal.SIGTERM)
+        process.communicate(timeout=5)
+        self.assertEqual(process.returncode, -signal.SIGTERM)
+
+    def test_goes_on_when_a_full_disk_has_room_again(self) -> None:
+        if "KXDATA7_OWN_MOUNTS" not in os.environ:
+            # A small file system that nobody else sees.
+            unshare = ["unshare", "--mount"] + (["--map-root-user"] if os.geteuid() != 0 else [])
+            subprocess.run(
+                [*unshare, sys.executable, "-B", __file__, self.id().split(".", 1)[1]],
+                env={**os.environ, "KXDATA7_OWN_MOUNTS": "1"},
+                check=True,
+            )
+            return
+        disk = self.folder / "disk"
+        disk.mkdir()
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16m", "none", str(disk)], check=True)
+        self.addCleanup(subprocess.run, ["umount", "-l", str(disk)], check=True)
+        self.plant = str(disk / "plant.db")
+        self.tool("create", self.plant, "--demo", "--start", DAY)
+        process = self.follow()
+        self.tool("append", self.plant, "--machine", "1", "--event", "good")
+        wait_until(lambda: self.number("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA") == 1, "the first count")
+        process.send_signal(signal.SIGSTOP)
+        self.import_counts(300, "--allow-old")
+        filler = disk / "filler"
+        with self.assertRaises(OSError), filler.open("wb", buffering=0) as file:
+            while True:
+                file.write(bytes(4096))
+        process.send_signal(signal.SIGCONT)
+        assert process.stderr
+        self.assertIn("database or disk is full; make room on the disk", process.stderr.readline())
+        self.assertIn("make room on the disk", self.refused("append", self.plant, "--machine", "1", "--event", "good"))
+        filler.unlink()
+        wait_until(lambda: self.waiting() == 0, "the rest")
+        self.end(process)
+        self.assertEqual(self.number("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA"), 301)
+
+    def test_a_day_of_fifty_machines_leaves_memory_and_files_flat(self) -> None:
+        for number in range(5, 51):
+            self.tool("machine", "add", self.plant, "--name", f"M {number}", "--start", DAY)
+        process = self.follow()
+        begin_of_day = datetime.datetime.now(datetime.timezone.utc).replace(tzinfo=None, microsecond=0)
+        begin_of_day += datetime.timedelta(minutes=1)
+        usage = []
+        cycles = 720 if LONG_RUN else 12  # of each machine
+        for hour in range(24):
+            lines = []
+            for i in range(cycles * hour // 24, cycles * (hour + 1) // 24):
+                begin = begin_of_day + datetime.timedelta(seconds=i * 86400 // cycles)
+                for machine in range(1, 51):
+                    for event, after in (("cycle start", 0), ("cycle end", 60), ("good", 61)):
+                        lines.append(f"{begin + datetime.timedelta(seconds=after)},{event},,{machine}")
+            (self.folder / "hour.csv").write_text("time,event,param,machine\n" + "\n".join(lines) + "\n")
+            if lines:
+                self.tool("import", self.plant, "hour.csv", "--future-limit", "25")
+                wait_until(lambda: self.waiting() == 0, "the hour", 600)
+                status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
+                memory = re.search(r"VmRSS:\s+(\d+)", status)
+                assert memory
+                usage.append((int(memory[1]), len(os.listdir(f"/proc/{process.pid}/fd"))))
+        print(f"{50 * cycles * 3} events; kB and open files: {usage[0]}, {usage[len(usage) // 2]}, {usage[-1]}")
+        self.assertEqual(self.end(process), "")
+        sums = "select sum(FINISHED_CYCLES), sum(UNFINISHED_CYCLES), sum(GOOD_COUNT) from T_SFC_MACHINE_DATA"
+        self.assertEqual(self.query(sums), [[str(50 * cycles), "0", str(50 * cycles)]])
+        self.assertEqual({files for _, files in usage}, {usage[0][1]})
+        self.assertLess(usage[-1][0], usage[len(usage) // 2][0] + 2048)
+        self.assertNotIn("failed", self.tool("doctor", self.plant))
 
 
 class PostgresTest(Cases, unittest.TestCase):
@@ -264,6 +404,61 @@ class PostgresTest(Cases, unittest.TestCase):
         errors = self.end(process)
         self.assertEqual(errors.count("the plant is out of reach, and is tried again: "), 2, errors)
         self.assertEqual(self.number("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA"), 2)
+
+    def tell_server(self, command: str) -> None:
+        assert self.server.stdin and self.server.stdout
+        self.server.stdin.write(command + "\n")
+        self.server.stdin.flush()
+        self.assertEqual(self.server.stdout.readline(), "done\n")
+
+    def test_loses_nothing_while_the_server_is_away(self) -> None:
+        process = self.follow()
+        answers: Dict[bool, List[str]] = {True: [], False: []}
+        ended = threading.Event()
+
+        def produce() -> None:
+            while not ended.is_set():
+                run = self.start("append", self.plant, "--machine", "1", "--event", "good")
+                errors = run.communicate()[1]
+                answers[run.returncode == 0].append(errors)
+
+        producers = [threading.Thread(target=produce) for _ in range(2)]
+        for producer in producers:
+            producer.start()
+        try:
+            wait_until(lambda: len(answers[True]) >= 10, "the first appends")
+            self.tell_server("kill")
+            wait_until(lambda: len(answers[False]) >= 10, "appends that fail")
+            self.tell_server("start")
+            acknowledged = len(answers[True])
+            wait_until(lambda: len(answers[True]) >= acknowledged + 10, "appends again")
+        finally:
+            ended.set()
+            for producer in producers:
+                producer.join()
+        wait_until(lambda: self.waiting() == 0, "the rest")
+        self.assertEqual(self.end(process).count("is tried again"), 1)
+        counted = self.number("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA")
+        self.assertTrue(any("Connection refused" in each and "check Server" in each for each in answers[False]))
+        refused = [error for error in answers[False] if "connection to server" in error]
+        # Those in flight when it went may be queued, and one may have been worked in twice.
+        in_flight = len(answers[False]) - len(refused)
+        self.assertLessEqual(in_flight, 2, answers[False])
+        self.assertLessEqual(len(answers[True]), counted)
+        self.assertLessEqual(counted, len(answers[True]) + in_flight + 1)
+
+    def test_says_when_the_password_is_wrong(self) -> None:
+        self.query("create role clerk login password 'right'")
+        rules = self.query("show hba_file")[0][0]
+        asked = "values ('host all clerk all scram-sha-256'), ('host all all all trust')"
+        self.query(f"copy ({asked}) to '{rules}'")
+        self.query("select pg_reload_conf()")
+        plant = self.plant.replace("Uid=plant", "Uid=clerk")
+        for given in (plant + ";Pwd=wrong", plant):
+            process = ["process", given, "--follow"]
+            wait_until(lambda: "password" in self.refused("status", given), "the rule")
+            expected = "check Uid and Pwd" if given != plant else "the connection string needs Pwd"
+            self.assertIn(expected, self.refused(*process))
 
 
 if __name__ == "__main__":

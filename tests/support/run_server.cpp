@@ -1,12 +1,17 @@
 // A server of the tests for a program that is none of them: prints its connection string and ends with its
-// standard input.
+// standard input. The lines "kill" and "start" there end all its processes at once, and start it again on the
+// same port; each is answered by a line when it is done.
 #include <iostream>
-#include <limits>
+#include <string>
 
 #include "tests/support/postgres_server.h"
 
 int main() {
-  const kx::test::PostgresServer server;
+  kx::test::PostgresServer server;
   std::cout << server.ConnectionString() << std::endl;
-  std::cin.ignore(std::numeric_limits<std::streamsize>::max());
+  for (std::string line; std::getline(std::cin, line);) {
+    if (line == "kill") server.Kill();
+    if (line == "start") server.Start();
+    std::cout << "done" << std::endl;
+  }
 }
