@@ -290,6 +290,23 @@ class SqliteTest(Cases, unittest.TestCase):
         process.communicate(timeout=5)
         self.assertEqual(process.returncode, -signal.SIGTERM)
 
+    def hold(self, process: subprocess.Popen[str]) -> None:
+        """Stops a processor at a moment at which it does not hold the plant's lock."""
+
+        def is_free() -> bool:
+            process.send_signal(signal.SIGSTOP)
+            plant = sqlite3.connect(self.plant, timeout=0.5, isolation_level=None)
+            try:
+                plant.execute("begin immediate")
+                return True
+            except sqlite3.OperationalError:
+                process.send_signal(signal.SIGCONT)
+                return False
+            finally:
+                plant.close()
+
+        wait_until(is_free, "a moment without a lock")
+
     def test_goes_on_when_a_full_disk_has_room_again(self) -> None:
         if "KXDATA7_OWN_MOUNTS" not in os.environ:
             # A small file system that nobody else sees.
@@ -309,7 +326,7 @@ class SqliteTest(Cases, unittest.TestCase):
         process = self.follow()
         self.tool("append", self.plant, "--machine", "1", "--event", "good")
         wait_until(lambda: self.number("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA") == 1, "the first count")
-        process.send_signal(signal.SIGSTOP)
+        self.hold(process)
         self.import_counts(300, "--allow-old")
         filler = disk / "filler"
         with self.assertRaises(OSError), filler.open("wb", buffering=0) as file:
