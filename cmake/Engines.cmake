@@ -2,7 +2,7 @@
 add_library(kxdata7_engines INTERFACE)
 add_library(kxdata7_system INTERFACE)
 if(WIN32)
-  # Debian has no SQLite for Windows: scripts/fetch-sqlite makes its single source file from Debian's source package.
+  # Debian has no SQLite for Windows: scripts/fetch-sources makes its single source file from Debian's source package.
   set(KXDATA7_SQLITE_DIR "${PROJECT_SOURCE_DIR}/build/sqlite" CACHE PATH "The folder with sqlite3.c and sqlite3.h")
   add_library(kxdata7_sqlite STATIC ${KXDATA7_SQLITE_DIR}/sqlite3.c)
   target_include_directories(kxdata7_sqlite SYSTEM PUBLIC ${KXDATA7_SQLITE_DIR})

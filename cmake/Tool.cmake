@@ -25,6 +25,16 @@ embed(assets.cpp views/assets.h Asset ${assets})
 # CLI11, toml++ and Boost.Beast are headers alone. Their folder on a build machine is full of that system's own, which a
 # cross compiler must not see.
 add_library(kxdata7_cli INTERFACE)
+if(WIN32)
+  # From Debian's source package: scripts/fetch-sources.
+  set(KXDATA7_PUGIXML_DIR "${PROJECT_SOURCE_DIR}/build/pugixml" CACHE PATH "The folder with pugixml.cpp and pugixml.hpp")
+  add_library(kxdata7_pugixml STATIC ${KXDATA7_PUGIXML_DIR}/pugixml.cpp)
+  target_include_directories(kxdata7_pugixml SYSTEM PUBLIC ${KXDATA7_PUGIXML_DIR})
+  target_link_libraries(kxdata7_cli INTERFACE kxdata7_pugixml)
+else()
+  find_package(pugixml 1.13 REQUIRED)
+  target_link_libraries(kxdata7_cli INTERFACE pugixml::pugixml)
+endif()
 if(CMAKE_CROSSCOMPILING)
   file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/include)
   foreach(header CLI/CLI.hpp toml++/toml.h boost/beast.hpp)
@@ -36,7 +46,8 @@ if(CMAKE_CROSSCOMPILING)
   # Sockets.
   target_link_libraries(kxdata7_cli INTERFACE ws2_32 mswsock)
   # The newer ones; windows.h would bring the older ones before.
-  set(socket_sources views/server.cpp inputs/links.cpp inputs/name_lookups.cpp inputs/tcp_link.cpp inputs/adapter_link.cpp)
+  set(socket_sources views/server.cpp inputs/links.cpp inputs/name_lookups.cpp inputs/tcp_link.cpp inputs/adapter_link.cpp
+                     inputs/agent_link.cpp)
   list(TRANSFORM socket_sources PREPEND ${PROJECT_SOURCE_DIR}/)
   set_property(SOURCE ${socket_sources} APPEND PROPERTY COMPILE_DEFINITIONS WIN32_LEAN_AND_MEAN NOMINMAX)
 endif()

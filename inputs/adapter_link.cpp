@@ -23,7 +23,7 @@ void AdapterLink::OnConnected() {
   heartbeat_ = {};
   NoteBytes();
   SetSilenceLimit(context_->settings.silence);
-  owner_.OnOpened();
+  NoteOpened();
   if (is_closed()) return;
   Ping();
   Read();

@@ -25,7 +25,9 @@ struct LinkSettings {
   Milliseconds silence{60'000};        // of an adapter that knows no heartbeat
   Milliseconds shortest_ping{100};     // whatever an adapter asks for
   Milliseconds shortest_silence{1'000};
-  Milliseconds agent_interval{500}, agent_heartbeat{10'000};  // asked of an agent's stream
+  Milliseconds agent_silence{20'000};    // two of the heartbeats that are asked for
+  Milliseconds document_limit{120'000};  // until the next document of an agent is whole
+  Milliseconds poll_pause{1'000};        // between the documents of an agent that has no streams
   // The addresses of a host, or an exception; the system's answer when empty. Runs on threads of its own.
   std::function<std::vector<std::string>(const std::string& host)> look_up;
 };
@@ -42,6 +44,8 @@ class Links {
 
   // The link to an adapter's host:port. A ToolError for what is none. It is tried as soon as `io` runs.
   std::unique_ptr<SourceLink> OpenAdapter(const std::string& address, LinkOwner& owner);
+  // The same for an agent's http://host:port/path.
+  std::unique_ptr<SourceLink> OpenAgent(const std::string& url, LinkOwner& owner);
 
  private:
   std::shared_ptr<LinkContext> context_;

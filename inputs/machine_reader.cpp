@@ -18,7 +18,10 @@ std::string ClockText(std::int64_t ahead) {
 }  // namespace
 
 MachineReader::MachineReader(const Mapping& mapping, Notices::Sink sink)
-    : notices_(std::move(sink)), reader_(mapping, notices_), state_(mapping) {}
+    : notices_(std::move(sink)),
+      reader_(mapping, notices_),
+      agent_reader_(mapping, notices_),
+      state_(mapping) {}
 
 void MachineReader::Open(Moment arrival) {
   reader_.Reconnect();
@@ -73,6 +76,7 @@ std::vector<MachineEvent> MachineReader::Apply(const Report& report) {
 NamedValues MachineReader::Save() const {
   NamedValues values;
   reader_.Save(values);
+  agent_reader_.Save(values);
   state_.Save(values);
   if (last_moment) values["moment"] = std::to_string(last_moment->time_since_epoch().count());
   if (last_time) values["time"] = last_time->ToText();
@@ -81,6 +85,7 @@ NamedValues MachineReader::Save() const {
 
 void MachineReader::Load(const NamedValues& values) {
   reader_.Load(values);
+  agent_reader_.Load(values);
   state_.Load(values);
   if (const auto moment = values.find("moment"); moment != values.end())
     last_moment = Moment(std::chrono::microseconds(std::atoll(moment->second.c_str())));

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "inputs/agent_reader.h"
 #include "inputs/machine_state.h"
 #include "inputs/shdr_line.h"
 
@@ -14,7 +15,7 @@ namespace kx::tool {
 // the machine's clock is not believed.
 inline constexpr std::chrono::seconds kClockLimit{60};
 
-// One machine's input and what becomes of it: the reader of its lines, its state, and how far it has come.
+// What one machine sends and what becomes of it: its readers, its state, and how far it has come.
 class MachineReader {
  public:
   MachineReader(const Mapping& mapping, Notices::Sink sink);
@@ -25,6 +26,11 @@ class MachineReader {
   void Open(Moment arrival);
   // What a line of an adapter tells.
   std::vector<Report> Read(std::string_view line, std::optional<Moment> arrival);
+  // What an agent's document tells, and what is to be asked of the agent next.
+  std::vector<Report> ReadDocument(std::string_view document, Moment arrival) {
+    return agent_reader_.Read(document, arrival, last_moment);
+  }
+  std::string NextRequest() const { return agent_reader_.NextRequest(); }
   // Gives a live report the time under which it is taken: its own, or that of the arrival where the machine's
   // clock cannot be right, which is said once; never earlier than what the machine told last.
   void AdmitLive(Report& report, Moment arrival);
@@ -34,6 +40,7 @@ class MachineReader {
   void Load(const NamedValues& values);
 
   ShdrReader& reader() { return reader_; }
+  AgentReader& agent_reader() { return agent_reader_; }
   Notices& notices() { return notices_; }
 
   std::optional<Moment> last_moment;  // of the last report that was taken
@@ -44,6 +51,7 @@ class MachineReader {
 
   Notices notices_;
   ShdrReader reader_;
+  AgentReader agent_reader_;
   MachineState state_;
   std::optional<Moment> opened_;  // as long as it is told what holds
   std::set<Item> told_;           // since then

@@ -5,6 +5,7 @@
 #include <charconv>
 
 #include "database/ascii.h"
+#include "database/text.h"
 #include "plant/plant.h"
 
 namespace kx::tool {
@@ -64,6 +65,13 @@ bool IsPlausible(Item item, std::string_view value) {
     case Item::kBadParts: return ParsePartCount(value).has_value();
     default: return true;
   }
+}
+
+std::string ImplausibleText(Item item, std::string_view value) {
+  return Concat("\"", value.substr(0, 100), "\" is no ",
+                item == Item::kExecution ? "state of execution"
+                : item == Item::kStop    ? "state of an emergency stop"
+                                         : "part count");
 }
 
 std::optional<PartCount> ParsePartCount(std::string_view value) {

@@ -42,6 +42,8 @@ void AddObservation(std::vector<Report>& reports, Item item, std::string_view va
 
 // Whether `value` can be one of `item`'s; nothing that names none of its words or numbers.
 bool IsPlausible(Item item, std::string_view value);
+// What is wrong with a value that cannot.
+std::string ImplausibleText(Item item, std::string_view value);
 // The number of a part count, with or without ":RESET" behind it.
 struct PartCount {
   std::int64_t count;

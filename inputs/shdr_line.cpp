@@ -215,12 +215,7 @@ void ShdrReader::ReadFields(const std::vector<std::string>& fields, std::vector<
         notices_.Say(Notices::Kind::kRefused, "left over " + key,
                      Concat("the key \"", key, "\" has no value"));
     } else if (items[i] && !IsPlausible(*items[i], fields[i + 1])) {
-      const Item item = *items[i];
-      const std::string_view what = item == Item::kExecution ? "state of execution"
-                                    : item == Item::kStop    ? "state of an emergency stop"
-                                                             : "part count";
-      notices_.Say(Notices::Kind::kRefused, "implausible " + key,
-                   Concat("\"", fields[i + 1], "\" is no ", what));
+      notices_.Say(Notices::Kind::kRefused, "implausible " + key, ImplausibleText(*items[i], fields[i + 1]));
     } else if (items[i]) {
       const bool coded = *items[i] == Item::kAlarm && ways[i].length == 6 && !fields[i + 2].empty();
       AddObservation(reports, *items[i], coded ? Concat(fields[i + 1], " ", fields[i + 2]) : fields[i + 1]);

@@ -75,17 +75,23 @@ void TcpLink::Disconnect() {
   silence_limit_ = {};
 }
 
-void TcpLink::Fail(const std::string& why) {
-  Disconnect();
-  owner_.OnLost(why);
-  if (is_closed_) return;
-  timer_.expires_after(pause_.Next(std::uniform_real_distribution<>()(context_->random)));
-  timer_.async_wait(Bound([this](Error) { LookUp(); }));
+void TcpLink::NoteOpened() {
+  if (is_open_) return;
+  is_open_ = true;
+  owner_.OnOpened();
 }
 
-void TcpLink::Reopen() {
+void TcpLink::Fail(const std::string& why) {
   Disconnect();
-  LookUp();
+  is_open_ = false;
+  owner_.OnLost(why);
+  if (!is_closed_) ReopenLater();
+}
+
+void TcpLink::Reopen(Clock::duration pause) {
+  Disconnect();
+  timer_.expires_after(pause);
+  timer_.async_wait(Bound([this](Error) { LookUp(); }));
 }
 
 void TcpLink::LookUp() {

@@ -66,10 +66,13 @@ class TcpLink : public std::enable_shared_from_this<TcpLink> {
 
   virtual void OnConnected() = 0;
 
+  // The source answers. The owner is told, once until it fails.
+  void NoteOpened();
   // The connection is of no use any more: the owner is told, and after a pause it is opened again.
   void Fail(const std::string& why);
-  // The same without a word to the owner, and without a pause: the connection has done its work.
-  void Reopen();
+  // The same without a word to the owner: the connection has done its work.
+  void Reopen(Clock::duration pause);
+  void ReopenLater() { Reopen(pause_.Next(std::uniform_real_distribution<>()(context_->random))); }
   // The source does what it is there for: when it breaks next time, the pause is short again.
   void NoteSuccess() { pause_.Reset(); }
   // Bytes came. Without any for `limit` the connection has failed.
@@ -104,7 +107,8 @@ class TcpLink : public std::enable_shared_from_this<TcpLink> {
   Clock::time_point last_byte_;
   Clock::duration silence_limit_{};
   std::uint64_t connection_ = 0;
-  bool is_closed_ = false;
+  bool is_open_ = false;    // as the owner knows
+  bool is_closed_ = false;  // for good
 };
 
 // Ends what it holds with itself.
