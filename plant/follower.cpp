@@ -89,6 +89,7 @@ void Follower::OnApplied() {
   ++applied_;
   last_applied_ = std::time(nullptr);
   changed_ = true;
+  if (const std::string warning = processor_->Warning(); !warning.empty()) Say(errors_, warning);
   if (failure_.row != -1) Say(out_, "Goes on after row " + std::to_string(failure_.row) + ".");
   failure_ = {};
 }

@@ -12,8 +12,10 @@ Processor::Outcome Processor::Next() {
   const auto first = guard_.FirstRow();
   if (!first) return Outcome::kNothingWaits;
   row_ = *first;
+  warning_.clear();
   if (row_ == applied_row_) return TakeOffQueue();
   const kxdata7::Answer answer = component_.Next();
+  if (answer) warning_ = answer.error;
   if (answer) return Applied();
   if (!answer.neither()) return Failed(answer.error);
   // The event was applied and its row is still there, or the row was set aside just before.
@@ -62,6 +64,10 @@ std::string Processor::KeepError() {
     kept_error_ = error_;
   }
   return {};
+}
+
+std::string Processor::Warning() const {
+  return warning_.empty() ? "" : Concat("row ", row_, " was applied: ", warning_);
 }
 
 std::string Processor::FailureText() {

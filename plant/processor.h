@@ -24,7 +24,10 @@ class Processor {
 
   std::int32_t row() const { return row_; }            // the row that was tried last
   const std::string& error() const { return error_; }  // why it failed
-  std::string FailureText();                           // with the event that failed
+  // What the component said of the event that was applied last; empty but for a commit that is done on this
+  // server and perhaps not on its standby.
+  std::string Warning() const;
+  std::string FailureText();  // with the event that failed
   // Whether the last failure left an event that is in the records and in the queue.
   bool applied_but_queued() const { return applied_row_ == row_; }
 
@@ -43,6 +46,7 @@ class Processor {
   std::int32_t row_ = -1;
   std::int32_t applied_row_ = -1;  // in the records, but still in the queue
   std::string error_;
+  std::string warning_;
   std::optional<std::string> kept_error_;  // where others read it; nothing: not known
 };
 

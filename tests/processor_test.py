@@ -464,6 +464,25 @@ class PostgresTest(Cases, unittest.TestCase):
         self.assertLessEqual(len(answers[True]), counted)
         self.assertLessEqual(counted, len(answers[True]) + in_flight + 1)
 
+    def test_says_what_a_standby_may_lack(self) -> None:
+        self.import_counts(2)
+        self.query("alter system set synchronous_standby_names = 'nobody'")
+        self.query("select pg_reload_conf()")
+        process = self.start("process", self.plant, "--all")
+        try:
+            while process.poll() is None:
+                self.query("select pg_cancel_backend(pid) from pg_stat_activity where wait_event = 'SyncRep'")
+        finally:
+            self.query("alter system reset synchronous_standby_names")
+            self.query("select pg_reload_conf()")
+        output, errors = process.communicate()
+        self.assertEqual(process.returncode, 0, errors)
+        self.assertIn("Applied 2 of 2 events", output)
+        for row, line in enumerate(errors.splitlines(), 1):
+            self.assertTrue(line.startswith(f"kxdata7: row {row} was applied: "), line)
+            self.assertIn("unknown", line)
+        self.assertEqual(errors.count("\n"), 2)
+
     def test_says_when_the_password_is_wrong(self) -> None:
         self.query("create role clerk login password 'right'")
         rules = self.query("show hba_file")[0][0]

@@ -97,6 +97,10 @@ DateTime StartOr(const std::optional<DateTime>& start) {
   return start.value_or(now.Date());
 }
 
+void Warn(const std::string& text) {
+  if (!text.empty()) std::cerr << "kxdata7: " << text << std::endl;
+}
+
 void MentionAside(Plant& plant) {
   const std::int32_t count = CountAside(plant);
   if (count == 0) return;

@@ -46,6 +46,10 @@ CLI::Option* AddTimeOption(CLI::App& command, const std::string& name, std::opti
 CLI::Option* AddStartOption(CLI::App& command, std::optional<DateTime>& start);
 DateTime StartOr(const std::optional<DateTime>& start);
 
+// Says on the standard error what is not as it should be although the work was done; nothing for an empty
+// text.
+void Warn(const std::string& text);
+
 // Says how many events are set aside, when there are any.
 void MentionAside(Plant& plant);
 

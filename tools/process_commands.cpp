@@ -38,8 +38,11 @@ int Process(const PlantOptions& options, bool all) {
   auto outcome = Processor::Outcome::kApplied;
   {
     Progress progress("events", total);
-    while (done < total && !stop.requested() && (outcome = processor.Next()) == Processor::Outcome::kApplied)
+    while (done < total && !stop.requested() &&
+           (outcome = processor.Next()) == Processor::Outcome::kApplied) {
       progress.Show(++done);
+      Warn(processor.Warning());
+    }
   }
   if (all) {
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;

@@ -68,6 +68,7 @@ int Append(const PlantOptions& options, const AppendOptions& append) {
       numbers, append.param, event.time_code,
       options.by_dnc ? kxdata7::NumberKind::kDnc : kxdata7::NumberKind::kIds);
   answer.OrThrow();
+  Warn(answer.error);
   std::cout << "Queued " << append.event << " for machine " << append.machine << ".\n";
   return 0;
 }
