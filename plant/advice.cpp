@@ -24,10 +24,13 @@ constexpr std::string_view kNoServer = "check Server and Port, and whether the s
 constexpr std::string_view kNoDriver = "check the name of the driver or data source, and install the driver";
 constexpr std::string_view kFull =
     "make room on the disk; what was queued is not lost, and goes on by itself";
-constexpr std::array<Advice, 15> kAdvice = {{
+constexpr std::array<Advice, 17> kAdvice = {{
     {"no such table", kNoPlant},
     {"relation \"t_", kNoPlant},
     {"file is not a database", "this is no plant but some other file"},
+    {"disk image is malformed",
+     "the file is damaged: put its last backup in its place, and keep the damaged one"},
+    {"Type mismatch", "a value in the plant is no date or no number; \"kxdata7 doctor\" names it"},
     {"readonly database",
      "the file or its folder may only be read; give the account the right to write both"},
     {"database or disk is full", kFull},

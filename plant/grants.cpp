@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "database/ascii.h"
 #include "database/text.h"
 #include "plant/schema_sql.h"
 #include "plant/schema_tables.h"
@@ -48,6 +49,12 @@ std::string AccountName(std::string_view schema, std::string_view account) {
 }
 
 }  // namespace
+
+bool IsWrittenByComponent(std::string_view table) {
+  return std::ranges::any_of(kWritten, [&](const Rights& each) {
+    return EqualsIgnoringCase(each.table, table) && each.rights != "SELECT";
+  });
+}
 
 std::vector<std::string> Grants(Plant& plant, std::int32_t dialect, std::string_view account,
                                 bool for_programs) {

@@ -8,6 +8,9 @@
 
 namespace kx::tool {
 
+// Whether the component does more than read a table, in any case of letters.
+bool IsWrittenByComponent(std::string_view table);
+
 // The statements that give `account` of the plant's database what the component needs, and with
 // `for_programs` what these programs need besides, in the SQL of that database. A ToolError where an account
 // needs no rights in a database but in a file, or for a name that no statement there can carry.

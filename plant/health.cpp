@@ -4,10 +4,12 @@
 #include <array>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 
 #include "database/ascii.h"
 #include "database/text.h"
 #include "plant/client.h"
+#include "plant/health_tables.h"
 #include "plant/plant_description.h"
 #include "plant/purge.h"
 #include "plant/schema_sql.h"
@@ -25,7 +27,8 @@ constexpr std::int32_t kSqlServer = 2;
 // The findings of one kind that are shown one by one.
 constexpr std::size_t kMostShown = 5;
 
-void CheckTable(Plant& plant, const TableSchema& table, Findings& findings) {
+// True: the table has all its columns.
+bool CheckTable(Plant& plant, const TableSchema& table, Findings& findings) {
   ColumnNames present;
   try {
     present = plant.Run("select * from " + table.name + " where 1 = 0").columns;
@@ -35,7 +38,7 @@ void CheckTable(Plant& plant, const TableSchema& table, Findings& findings) {
     } else {
       findings.push_back({kFailed, "table " + table.name + ": " + error.description()});
     }
-    return;
+    return false;
   }
   bool complete = true;
   for (const ColumnSchema& column : table.columns) {
@@ -46,6 +49,7 @@ void CheckTable(Plant& plant, const TableSchema& table, Findings& findings) {
     complete = false;
   }
   if (complete) findings.push_back({kOk, "table " + table.name});
+  return complete;
 }
 
 struct Option {
@@ -241,11 +245,16 @@ void Run(const char* name, Findings& findings, Check check) {
 
 std::vector<Finding> Examine(Plant& plant, std::int32_t dialect) {
   Findings findings;
-  for (const TableSchema& table : ReadSchemaTables(SchemaSql(SchemaName(plant, dialect))))
-    CheckTable(plant, table, findings);
+  std::vector<TableSchema> complete;
+  for (const TableSchema& table : ReadSchemaTables(SchemaSql(SchemaName(plant, dialect)))) {
+    if (CheckTable(plant, table, findings)) complete.push_back(table);
+  }
+  const auto add = [&](std::vector<Finding> more) { std::ranges::move(more, std::back_inserter(findings)); };
   Run("options", findings, [&] { CheckOptions(plant, findings); });
   Run("machines", findings, [&] { CheckMachines(plant, findings); });
   if (plant.db.target() == SqlTarget::kNative) return findings;
+  Run("tables", findings, [&] { add(ExamineObjects(plant)); });
+  Run("values", findings, [&] { add(ExamineValues(plant, complete)); });
   Run("master data", findings, [&] { CheckMasterData(plant, findings); });
   Run("chains of records", findings, [&] { CheckChains(plant, findings); });
   Run("times of records", findings, [&] { CheckTimes(plant, findings); });

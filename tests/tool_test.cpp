@@ -7,6 +7,7 @@
 #include <map>
 #include <sstream>
 
+#include "database/ascii.h"
 #include "database/connection.h"
 #include "database/database_error.h"
 #include "inputs/recorded_input.h"
@@ -350,6 +351,15 @@ TEST_F(ToolTest, ListingsLeaveAFileThatIsNoPlantAsItWas) {
   EXPECT_FALSE(fs::exists(folder_ / "foreign.db-wal"));
 }
 
+TEST_F(ToolTest, SaysThatAFileIsDamaged) {
+  Do("create plant.db --demo");
+  fs::resize_file(folder_ / "plant.db", 20'000);
+  for (const char* command :
+       {"status", "records", "queue", "process", "explain", "report", "append --machine 1 --event good"})
+    ExpectError(std::string(command) + " plant.db", "put its last backup in its place");
+  EXPECT_NE(Run("doctor plant.db").output.find("malformed"), std::string::npos);
+}
+
 TEST_F(ToolTest, RegistersTheComponentForToolsElsewhere) {
   environment_ += " KXDATA7_CLASSES='" + (folder_ / "classes").string() + "'";
   const fs::path beside_library = tool_;
@@ -597,10 +607,43 @@ TEST_P(DoctorTest, FindsWhatTheDatabaseChanges) {
   if (!embedded()) GTEST_SKIP();
   ExpectFindings(
       {"create trigger t before update of STOP_TIME on T_SFC_EVENT begin select raise(ignore); end"},
-      {"failed   new row by its key, changed, with a text of any language, rolled back: Row cannot"});
+      {"note     trigger t on T_SFC_EVENT: it may refuse or change",
+       "failed   new row by its key, changed, with a text of any language, rolled back: Row cannot"});
   ExpectFindings({"create trigger t after update of PARAM1 on T_SFC_EVENT begin update T_SFC_EVENT set "
                   "PARAM1 = '?' where EVENT_ID = new.EVENT_ID; end"},
-                 {"failed   new row by its key, changed, with a text of any language, rolled back: a text"});
+                 {"note     trigger t on T_SFC_EVENT: it may refuse or change",
+                  "failed   new row by its key, changed, with a text of any language, rolled back: a text"});
+}
+
+// Each is named: by the command that it keeps from its work, and by the doctor.
+TEST_P(DoctorTest, NamesWhatIsWrongWithTables) {
+  const std::string bad_date = embedded() ? "31.12.2026" : "infinity";
+  const auto case_of = [](std::string name) { return embedded() ? name : ToLowerAscii(name); };
+  const std::string log = case_of("T_SFC_MDC_LOG");
+
+  ExpectFindings(
+      {"update T_SFC_MACHINE_DATA set START_TIME = '" + bad_date + "' where MACHINE_ID = 1",
+       "alter table T_SFC_JOB rename to JOBS", "create view T_SFC_JOB as select * from JOBS"},
+      {"note     " + case_of("T_SFC_JOB") + " is a view; the component only reads it",
+       "failed   row 1 of T_SFC_MACHINE_DATA: START_TIME is \"" + bad_date + "\", which is no date"});
+  for (const std::string command : {"report", "process"}) {
+    if (!embedded()) break;  // there the driver makes a late date of it
+    if (command == "process") Do("append " + plant_ + " --machine 1 --event good");
+    ExpectError(command + " " + plant_, "\"kxdata7 doctor\" names it");
+  }
+
+  ExpectFindings({"alter table T_SFC_MDC_LOG drop column PARAM1",
+                  "alter table T_SFC_MDC_LOG add column PARAM1 TEXT generated always as ('x')" +
+                      std::string(embedded() ? "" : " stored")},
+                 {"failed   column " + case_of("PARAM1") + " of " + log + " is computed by the database"});
+  ExpectError("append " + plant_ + " --machine 1 --event good", case_of("PARAM1"));
+
+  ExpectFindings(
+      {"alter table T_SFC_MDC_LOG rename to Q",
+       "create view T_SFC_MDC_LOG as select MDC_LOG_ID, COMMAND_ID, DEPT_ID, LOCATION_ID, GROUP_ID, "
+       "MACHINE_ID, COMMAND_TIME_CODE, TIME_STAMP, PARAM1 from Q group by 1"},
+      {"failed   " + log + " is a view, and nothing can be queued"});
+  ExpectError("append " + plant_ + " --machine 1 --event good", "view");
 }
 
 TEST_P(DoctorTest, SaysWhatItCannotReach) {
