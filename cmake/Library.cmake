@@ -75,4 +75,13 @@ foreach(unit kxdata7@.service kxdata7-board@.service)
   install(FILES ${PROJECT_BINARY_DIR}/${unit} DESTINATION lib/systemd/system)
 endforeach()
 install(FILES packaging/kxdata7.sysusers DESTINATION lib/sysusers.d RENAME kxdata7.conf)
-install(FILES packaging/plant.conf docs/operation.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES packaging/kxdata7.tmpfiles DESTINATION lib/tmpfiles.d RENAME kxdata7.conf)
+install(FILES packaging/plant.conf README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+# The class, registered for all users where an installation in /usr or /usr/local is searched for it.
+if(NOT WIN32)
+  install(CODE "file(WRITE
+    \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/com-classes/{6D3DC26E-FE47-4582-BD90-5E241A8DBC8B}\"
+    \"ProgID=KXData7.CKXData7Obj\nLibrary=\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/$<TARGET_SONAME_FILE_NAME:KXData7>\n\")")
+endif()

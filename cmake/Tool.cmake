@@ -59,10 +59,30 @@ target_compile_definitions(kxdata7_tool PRIVATE KXDATA7_VERSION="${PROJECT_VERSI
 # Without the component the tool does only half of its work.
 add_dependencies(kxdata7 KXData7)
 
-# Where the tool finds the library of its own installation, from its folder.
+# Where the tool finds the library of its own installation, from its folder, and by which name.
+set(library_name $<TARGET_FILE_NAME:KXData7>)
+if(NOT WIN32)
+  set(library_name $<TARGET_SONAME_FILE_NAME:KXData7>)
+endif()
 file(RELATIVE_PATH library_folder /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
 set_property(SOURCE ${PROJECT_SOURCE_DIR}/plant/client.cpp APPEND
              PROPERTY COMPILE_DEFINITIONS KXDATA7_LIBRARY_FOLDER="${library_folder}"
-                                    KXDATA7_LIBRARY_NAME="$<TARGET_FILE_NAME:KXData7>")
+                                    KXDATA7_LIBRARY_NAME="${library_name}")
 
 install(TARGETS kxdata7 RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+if(NOT WIN32)
+  # The manual pages, written by the tool itself, and the shells' completion, which asks it.
+  set(manual ${PROJECT_BINARY_DIR}/manual)
+  add_custom_command(
+    OUTPUT ${manual}/kxdata7.1
+    COMMAND ${CMAKE_COMMAND} -E rm -rf ${manual}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${manual}
+    COMMAND kxdata7 --manual ${manual}
+    VERBATIM)
+  add_custom_target(kxdata7_manual ALL DEPENDS ${manual}/kxdata7.1)
+  install(DIRECTORY ${manual}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES packaging/completion/kxdata7.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+          RENAME kxdata7)
+  install(FILES packaging/completion/_kxdata7 DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+endif()

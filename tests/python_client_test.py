@@ -243,17 +243,17 @@ class RegistrationTest(ClientTest):
                 self.assertIs(component.is_connected(), True)
 
     def test_places_are_those_of_the_header(self) -> None:
-        of_machine = "/usr/local/share/com-classes"
+        of_machine = ["/usr/local/share/com-classes", "/usr/share/com-classes"]
         places: List[Tuple[int, Dict[str, str], List[str]]] = [
             (1000, dict(KXDATA7_CLASSES="own", XDG_DATA_HOME="/data", HOME="/a"), ["own"]),
-            (1000, dict(XDG_DATA_HOME="/data", HOME="/a"), ["/data/com-classes", of_machine]),
+            (1000, dict(XDG_DATA_HOME="/data", HOME="/a"), ["/data/com-classes", *of_machine]),
             (
                 1000,
                 dict(KXDATA7_CLASSES="", XDG_DATA_HOME="data", HOME="/a"),
-                ["/a/.local/share/com-classes", of_machine],
+                ["/a/.local/share/com-classes", *of_machine],
             ),
-            (1000, {}, [of_machine]),
-            (0, dict(XDG_DATA_HOME="/data", HOME="/root"), [of_machine]),
+            (1000, {}, of_machine),
+            (0, dict(XDG_DATA_HOME="/data", HOME="/root"), of_machine),
         ]
         for user, variables, expected in places:
             with self.subTest(user=user, variables=variables):

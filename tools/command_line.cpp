@@ -9,11 +9,12 @@
 namespace kx::tool {
 namespace {
 
+constexpr std::array kDialects = {"oracle", "access", "sqlserver"};
+
 const CLI::Validator kDialect(
     [](std::string& text) {
-      constexpr std::array kNames = {"oracle", "access", "sqlserver"};
-      for (std::size_t number = 0; number < kNames.size(); ++number) {
-        if (text == kNames[number]) text = std::to_string(number);
+      for (std::size_t number = 0; number < kDialects.size(); ++number) {
+        if (text == kDialects[number]) text = std::to_string(number);
         if (text == std::to_string(number)) return std::string();
       }
       return text + " is no dialect; there are oracle, access and sqlserver";
@@ -32,12 +33,12 @@ CommandLine::CommandLine() {
                  "The component, when it is neither beside the tool nor installed with it nor registered")
       ->type_name("FILE")
       ->envname("KXDATA7_LIBRARY");
-  app.add_option("--dialect", plant.dialect,
-                 "The SQL that the component writes: oracle (0), access (1) or sqlserver (2).\n"
-                 "Oracle when not given, as in the component itself; on SQLite all three do the same")
-      ->type_name("DIALECT")
-      ->envname("KXDATA7_DIALECT")
-      ->transform(kDialect);
+  CLI::Option* const dialect =
+      app.add_option("--dialect", plant.dialect,
+                     "The SQL that the component writes: oracle (0), access (1) or sqlserver (2).\n"
+                     "Oracle when not given, as in the component itself; on SQLite all three do the same");
+  dialect->type_name("DIALECT")->envname("KXDATA7_DIALECT")->transform(kDialect);
+  choices[dialect] = {kDialects.begin(), kDialects.end()};
   app.add_option("--plant-file", plant.file,
                  "A file with the plant, for its owner alone to read: a line KXDATA7_PLANT=... The variable\n"
                  "KXDATA7_PLANT names the plant as well. PLANT may be left out then")
@@ -54,6 +55,10 @@ CommandLine::CommandLine() {
   AddViewCommands(*this);
   AddLifeCommands(*this);
   AddReportCommands(*this);
+  app.footer(
+      "The exit status is 0 when it is done, 1 when it is not, or not all of it, and the standard error says "
+      "why,\n"
+      "and 2 when the command line is wrong.");
 }
 
 CLI::App* CommandLine::Command(CLI::App& parent, const char* name, const char* description,

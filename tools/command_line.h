@@ -2,8 +2,10 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "plant/plant.h"
 
@@ -24,6 +26,8 @@ class CommandLine {
   CLI::App app{"Machine data collection: events in, records out.", "kxdata7"};
   PlantOptions plant;
   std::function<int()> run;
+  // What an option may be, where it is one of a few words: for shells that complete it.
+  std::map<const CLI::Option*, std::vector<std::string>> choices;
 };
 
 void AddPlantCommands(CommandLine& line);

@@ -229,14 +229,15 @@ void AddInputCommands(CommandLine& line) {
                    "The recorded input; - is the standard input, line by line as they come")
       ->required();
   command->add_option("--machine", options->machine, "The machine of lines that name none");
-  command
-      ->add_option("--format", options->format,
-                   "csv or shdr, by the content when not given.\n"
-                   "csv: the first line names the columns, in any order: time, event and, as needed, param\n"
-                   "and machine; events are called as in append. A time with a Z or an offset is UTC, any\n"
-                   "other plant time. shdr: lines time|key|value|... of an adapter, in UTC")
-      ->type_name("FORMAT")
-      ->check(CLI::IsMember({"csv", "shdr"}).description(""));
+  const std::vector<std::string> formats = {"csv", "shdr"};
+  CLI::Option* const format = command->add_option(
+      "--format", options->format,
+      "csv or shdr, by the content when not given.\n"
+      "csv: the first line names the columns, in any order: time, event and, as needed, param\n"
+      "and machine; events are called as in append. A time with a Z or an offset is UTC, any\n"
+      "other plant time. shdr: lines time|key|value|... of an adapter, in UTC");
+  format->type_name("FORMAT")->check(CLI::IsMember(formats).description(""));
+  line.choices[format] = formats;
   command
       ->add_option(
           "--map", options->mapping,

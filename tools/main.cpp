@@ -9,6 +9,8 @@
 #include "plant/plant_settings.h"
 #include "plant/platform.h"
 #include "tools/command_line.h"
+#include "tools/completion.h"
+#include "tools/manual.h"
 #include "views/terminal.h"
 
 namespace {
@@ -71,7 +73,18 @@ std::string NoCommand(const CLI::App& app, const std::vector<std::string>& argum
          (nearest.empty() ? "; \"kxdata7 --help\" lists them" : nearest);
 }
 
+// Requests that no person makes: those of shells and of the build.
+std::optional<int> ForPrograms(const std::vector<std::string>& arguments) {
+  if (arguments.empty()) return std::nullopt;
+  if (arguments[0] == "--complete")
+    return kx::tool::Complete(CommandLine(), {arguments.begin() + 1, arguments.end()});
+  if (arguments[0] == "--manual" && arguments.size() == 2)
+    return kx::tool::WriteManual(CommandLine().app, arguments[1]);
+  return std::nullopt;
+}
+
 int Run(std::vector<std::string> arguments) {
+  if (const auto status = ForPrograms(arguments)) return *status;
   if (const auto plant = PlantBesideArguments(arguments)) {
     // As if it stood behind the command. When there is one too many then, it was given there.
     CommandLine line;

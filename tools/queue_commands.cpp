@@ -145,7 +145,11 @@ void AddQueueCommands(CommandLine& line) {
   CLI::App* command = line.Command("append", "Queues one event under the time of the database",
                                    [&line, append] { return Append(line.plant, *append); });
   command->add_option("--machine", append->machine, "The machine, by its number or name")->required();
-  command->add_option("--event", append->event, "What happened, one of\n" + EventNames())->required();
+  CLI::Option* const event =
+      command->add_option("--event", append->event, "What happened, one of\n" + EventNames())->required();
+  for (const kxdata7::Event& each : kxdata7::kEvents) {
+    if (each.command_type != kxdata7::command_type::kCustom) line.choices[event].emplace_back(each.name);
+  }
   command->add_option("--param", append->param,
                       "The user, job, part, operation or downtime code that starts; how many good parts;\n"
                       "how many scrapped ones and their scrap code, as in 5.17");

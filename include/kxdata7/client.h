@@ -161,7 +161,7 @@ inline std::string LastError(const std::string&) { return dlerror(); }  // names
 
 // Where classes are registered, the most important place first: $KXDATA7_CLASSES alone when it is set;
 // otherwise the user's own place ($XDG_DATA_HOME/com-classes, by default ~/.local/share/com-classes), which
-// root has not, and then the machine's. A registration goes to the first.
+// root has not, then the machine's and last that of the system's packages. A registration goes to the first.
 inline std::vector<std::filesystem::path> ClassDirectories() {
   const auto variable = [](const char* name) {
     const char* value = std::getenv(name);
@@ -179,6 +179,7 @@ inline std::vector<std::filesystem::path> ClassDirectories() {
     }
   }
   result.push_back("/usr/local/share/com-classes");
+  result.push_back("/usr/share/com-classes");
   return result;
 }
 

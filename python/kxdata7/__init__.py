@@ -28,6 +28,8 @@ import uuid
 import weakref
 from typing import Any, Callable, Iterator, List, Optional, Type, Union
 
+__version__ = "1.0.0"
+
 __all__ = ["Component", "DatabaseType", "Error", "EventStays", "Next", "TimeCode", "class_directories"]
 
 
@@ -223,7 +225,7 @@ def class_directories() -> List[pathlib.Path]:
             result.append(data_home / "com-classes")
         elif home.is_absolute():
             result.append(home / ".local/share/com-classes")
-    result.append(pathlib.Path("/usr/local/share/com-classes"))
+    result += map(pathlib.Path, ("/usr/local/share/com-classes", "/usr/share/com-classes"))
     return result
 
 
