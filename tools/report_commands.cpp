@@ -92,7 +92,10 @@ void AddReportCommands(CommandLine& line) {
         });
       });
   AddRangeOptions(*report, *options, true);
-  report->add_option("--by", options->by, Concat("What to sum by: ", ReportGroupings()));
+  CLI::Option* const by =
+      report->add_option("--by", options->by, Concat("What to sum by: ", ReportGroupings()));
+  for (const std::string& name : CLI::detail::split(ReportGroupings(), ','))
+    line.choices[by].push_back(CLI::detail::trim_copy(name));
   report->add_option("--html", options->html, "Writes a page with pictures and tables to this file")
       ->type_name("FILE")
       ->excludes("--csv", "--json", "--by");
