@@ -1,25 +1,32 @@
-"""The Python example: each method of the component on a plant, what it says when it fails, what it frees."""
+"""The module for Python: each method of the component on a plant, what it says when it fails, what it frees."""
 
 from __future__ import annotations
 
+import asyncio
 import contextlib
 import ctypes
 import gc
 import os
 import pathlib
+import re
 import sqlite3
+import subprocess
+import sys
 import threading
 import unittest
 import unittest.mock
 from typing import Any, Callable, Dict, List, Tuple
 
+import kxdata7
 from demo_plant import DemoPlant
-from kxdata7 import Component, DatabaseType, Error, EventStays, Next, TimeCode, _Library, class_directories
+from kxdata7 import EVENTS, AsyncComponent, Component, DatabaseType, Error, EventStays, Next, TimeCode
+from kxdata7._binding import Library, class_directories
 
 LIBRARY = os.environ["KXDATA7_LIBRARY"]
 
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+
 E_FAIL = 0x80004005
-RPC_E_SERVERCALL_RETRYLATER = 0x8001010A
 
 # By the DNC numbers of the demo plant.
 LATHE_1: Dict[str, Any] = dict(dept=10, location=1, group=10, machine=101)
@@ -167,6 +174,18 @@ class FailuresTest(ClientTest):
                 component.append(dept=1, location=1, group=1, machine=number, command=REFRESH)
             with self.assertRaisesRegex(OverflowError, str(number)):
                 component.complete_record(number)
+        kinds: Dict[str, Dict[str, Any]] = {
+            "machine must be a whole number": dict(LATHE_1, machine="101"),
+            "dept must be a whole number": dict(LATHE_1, dept=1.0),
+            "group must be a whole number": dict(LATHE_1, group=True),
+            "time_code must be a whole number": dict(LATHE_1, time_code=None),
+            "param must be a text": dict(LATHE_1, param=5),
+        }
+        for text, arguments in kinds.items():
+            with self.assertRaisesRegex(TypeError, text):
+                component.append_dnc(command=COOLANT, **arguments)
+        with self.assertRaisesRegex(TypeError, "connection_string must be a text"):
+            component.connect(self.plant.file, DatabaseType.ORACLE)  # type: ignore[arg-type]
         self.assertEqual(component.count(), 0)
         component.close()
         component.close()
@@ -182,7 +201,7 @@ class FailuresTest(ClientTest):
 
 class TextTest(unittest.TestCase):
     def test_texts_come_back_whole(self) -> None:
-        library = _Library(LIBRARY)
+        library = Library(LIBRARY)
         for text in ("", "Müller €", "a\0b\0", "Ж😀", "\udc00a\ud800"):
             with library.text(text) as bstr:
                 self.assertEqual(library.text_of(bstr.value), text)
@@ -199,28 +218,52 @@ class ObjectsTest(ClientTest):
         self.assertIs(processor.do_next(), Next.TAKEN)
         self.assertEqual(self.plant.query("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA"), [(5,)])
 
-    def test_call_during_another_is_refused(self) -> None:
+    def test_threads_share_an_object(self) -> None:
         component = self.connected()
 
         def append() -> None:
-            while True:
-                try:
-                    return component.append_dnc(**LATHE_1, command=GOOD)
-                except Error as error:
-                    if error.hresult != RPC_E_SERVERCALL_RETRYLATER:
-                        raise
+            for _ in range(20):
+                component.append_dnc(**LATHE_1, command=GOOD, param="1")
 
-        with contextlib.closing(sqlite3.connect(self.plant.file, isolation_level=None)) as other_writer:
-            other_writer.execute("begin immediate")
-            waiting = threading.Thread(target=append)
-            waiting.start()
-            with self.assertRaisesRegex(Error, "working for another call") as refused:
-                while waiting.is_alive():
-                    component.is_connected()
-            self.assertEqual(refused.exception.hresult, RPC_E_SERVERCALL_RETRYLATER)
-            other_writer.execute("rollback")
-            waiting.join()
-        self.assertEqual(component.count(), 1)
+        def process() -> None:
+            applied = 0
+            while applied < 80:
+                applied += component.do_next() is Next.TAKEN
+
+        failures: List[Any] = []
+        with unittest.mock.patch("threading.excepthook", failures.append):
+            threads = [threading.Thread(target=work) for work in [*4 * [append], process]]
+            for thread in threads:
+                thread.start()
+            while any(thread.is_alive() for thread in threads) and not failures:
+                self.assertIs(component.is_connected(), True)
+        self.assertEqual(failures, [])
+        self.assertEqual(self.plant.query("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA"), [(80,)])
+
+    def test_asyncio(self) -> None:
+        async def work() -> None:
+            async with AsyncComponent(LIBRARY) as component:
+                with contextlib.closing(sqlite3.connect(self.plant.file, isolation_level=None)) as other_writer:
+                    await component.connect(self.plant.connection_string, DatabaseType.SQL_SERVER)
+                    other_writer.execute("begin immediate")
+                    appending = asyncio.create_task(component.append_dnc(**LATHE_1, command=GOOD, param="4"))
+                    await asyncio.sleep(0)  # the loop goes on while the append waits for the other writer
+                    other_writer.execute("rollback")
+                    await appending
+                await component.append(dept=1, location=1, group=1, machine=1, command=REFRESH)
+                self.assertEqual(await component.count(), 2)
+                self.assertEqual([await component.do_next() for _ in range(3)], 2 * [Next.TAKEN] + [Next.NONE_TAKEN])
+                await component.append_dnc(**HOPELESS)
+                with self.assertRaisesRegex(EventStays, "Overflow"):
+                    await component.do_next()
+                await component.complete_record(1)
+                self.assertEqual((await component.no_lock(), await component.is_connected()), (" with (NOLOCK)", True))
+            await component.close()
+            with self.assertRaisesRegex(ValueError, "closed"):
+                await component.count()
+
+        asyncio.run(work())
+        self.assertEqual(self.plant.query("select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA"), [(4,)])
 
     def test_objects_are_released(self) -> None:
         library = ctypes.CDLL(LIBRARY)
@@ -229,6 +272,37 @@ class ObjectsTest(ClientTest):
         self.assertEqual(library.DllCanUnloadNow(), 1)
         del dropped
         self.assertEqual(library.DllCanUnloadNow(), 0)
+
+
+class AgreementTest(ClientTest):
+    """With what stands elsewhere."""
+
+    def test_events_are_those_of_the_header(self) -> None:
+        header = (ROOT / "include/kxdata7/events.h").read_text()
+        types = {name: int(value) for name, value in re.findall(r"(k\w+) =\s+(-?\d+);", header)}
+        rows = re.findall(r'\{"([a-z ]+)", command_type::(\w+), (\d),', header)
+        self.assertGreater(len(rows), 20)
+        self.assertEqual(
+            {event.name: (event.command_type, event.time_code) for event in EVENTS.values()},
+            {name: (types[command_type], int(time_code)) for name, command_type, time_code in rows},
+        )
+        self.assertEqual([event.name for event in EVENTS.values()], list(EVENTS))
+
+    def test_version_is_the_tools(self) -> None:
+        run = [os.environ["KXDATA7_TOOL"], "--version"]
+        self.assertEqual(subprocess.check_output(run, encoding="utf-8").strip(), kxdata7.__version__)
+
+    def test_example(self) -> None:
+        (self.plant.folder / "{6D3DC26E-FE47-4582-BD90-5E241A8DBC8B}").write_text(f"Library={LIBRARY}\n")
+        run = subprocess.run(
+            [sys.executable, ROOT / "examples/monitor.py", self.plant.connection_string],
+            env={**os.environ, "KXDATA7_CLASSES": str(self.plant.folder)},
+            capture_output=True,
+            encoding="utf-8",
+        )
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertIn("3 events waited, 3 were applied.", run.stdout)
+        self.assertEqual(self.plant.query("select sum(FINISHED_CYCLES) from T_SFC_MACHINE_DATA"), [(1,)])
 
 
 class RegistrationTest(ClientTest):
