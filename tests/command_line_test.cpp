@@ -85,7 +85,8 @@ TEST_F(ManualTest, EveryCommandHasAPageWithItsOptions) {
 TEST_F(ManualTest, NoTextBecomesACommandOfTroff) {
   CommandLine line;
   line.app.add_subcommand("odd", ".begins \\with\n'what troff takes for its own")
-      ->add_flag("--flag", "-x \\fB");
+      ->add_flag("--flag")
+      ->description("-x \\fB");
   ASSERT_EQ(WriteManual(line.app, folder_.string()), 0);
   const std::string page = Page("kxdata7-odd");
   EXPECT_NE(page.find("\\- \\&.begins \\ewith\n\\&'what"), std::string::npos) << page;

@@ -1,5 +1,5 @@
 # Installs BUILD_FOLDER, builds the C++ example from what is installed and runs it on a plant of the installed tool.
-# EXAMPLES, TOOL and LIBRARY are places below the prefix.
+# EXAMPLES, TOOL and CLASSES, where the installation registers the component, are places below the prefix.
 set(folder ${BUILD_FOLDER}/package_test)
 file(REMOVE_RECURSE ${folder})
 set(plant ${folder}/plant.db)
@@ -14,5 +14,6 @@ run(${CMAKE_COMMAND} -S ${folder}/usr/${EXAMPLES} -B ${folder}/build -G Ninja
 run(${CMAKE_COMMAND} --build ${folder}/build)
 run(${folder}/usr/${TOOL} create ${plant} --demo)
 # Not by `run`, which would take the text apart at its semicolon.
-execute_process(COMMAND ${folder}/build/monitor "Provider=SQLite;Data Source=${plant}" ${folder}/usr/${LIBRARY}
+set(ENV{KXDATA7_CLASSES} ${folder}/usr/${CLASSES})
+execute_process(COMMAND ${folder}/build/monitor "Provider=SQLite;Data Source=${plant}"
                 COMMAND_ERROR_IS_FATAL ANY)
