@@ -17,6 +17,11 @@ if(WIN32)
   # COM's own interfaces have no destructors.
   target_compile_options(kxdata7_options INTERFACE -Wno-non-virtual-dtor)
 endif()
+if(WIN32)
+  # The same bytes whenever and wherever it is built.
+  target_compile_options(kxdata7_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+  target_link_options(kxdata7_options INTERFACE -Wl,--no-insert-timestamp)
+endif()
 if(KXDATA7_SANITIZE)
   target_compile_options(kxdata7_options INTERFACE -fsanitize=${KXDATA7_SANITIZE} -fno-omit-frame-pointer
                                                    -fno-sanitize-recover=all)

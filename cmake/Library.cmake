@@ -28,10 +28,16 @@ find_path(WIDL_LIBRARY_DIR stdole2.tlb NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH
                 /usr/lib/wine/x86_64-windows)
 if(WIDL AND WIDL_INCLUDE_DIR AND WIDL_LIBRARY_DIR)
   set(idl ${PROJECT_SOURCE_DIR}/component/KXData7.idl)
+  # The compiler notes the time of day, which is no part of a package.
+  find_program(FAKETIME faketime)
+  set(at_one_time "")
+  if(FAKETIME)
+    set(at_one_time ${CMAKE_COMMAND} -E env TZ=UTC ${FAKETIME} -f "2026-01-01 00:00:00")
+  endif()
   set(type_library ${PROJECT_BINARY_DIR}/KXData7.tlb)
   add_custom_command(
     OUTPUT ${type_library}
-    COMMAND ${WIDL} -m64 -I ${WIDL_INCLUDE_DIR} -L ${WIDL_LIBRARY_DIR} -t -o ${type_library} ${idl}
+    COMMAND ${at_one_time} ${WIDL} -m64 -I ${WIDL_INCLUDE_DIR} -L ${WIDL_LIBRARY_DIR} -t -o ${type_library} ${idl}
     DEPENDS ${idl}
     VERBATIM)
   add_custom_target(kxdata7_type_library ALL DEPENDS ${type_library})
