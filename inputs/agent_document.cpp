@@ -7,6 +7,7 @@
 
 #include "database/ascii.h"
 #include "database/text.h"
+#include "inputs/observation.h"
 #include "plant/plant.h"
 
 namespace kx::tool {
@@ -26,7 +27,9 @@ pugi::xml_node Child(const pugi::xml_node& parent, std::string_view name) {
   return parent.find_child([&](const pugi::xml_node& node) { return LocalName(node) == name; });
 }
 
-std::string Attribute(const pugi::xml_node& node, const char* name) { return node.attribute(name).value(); }
+std::string Attribute(const pugi::xml_node& node, const char* name) {
+  return PlainText(node.attribute(name).value());
+}
 
 std::optional<std::uint64_t> Number(const pugi::xml_node& node, const char* name) {
   const std::string_view text = node.attribute(name).value();
@@ -51,9 +54,7 @@ std::string TypeOf(std::string_view element) {
 // What no document can be, in words for people.
 ToolError NoDocument(std::string_view text, std::string_view why) {
   const std::size_t start = text.find_first_not_of(" \t\r\n");
-  std::string beginning(start == std::string_view::npos ? "" : text.substr(start, 60));
-  std::ranges::replace_if(
-      beginning, [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
+  const std::string beginning = PlainText(start == std::string_view::npos ? "" : text.substr(start, 60));
   const std::string lower = ToLowerAscii(beginning);
   if (lower.starts_with("<html") || lower.starts_with("<!doctype html"))
     return ToolError("the agent answered with a page for people (HTML), not with a document");
@@ -97,7 +98,7 @@ class Reader {
       told.value = Concat(TypeOf(LocalName(item)), code.empty() ? "" : " ", code);
     } else {
       told.type = TypeOf(LocalName(item));
-      told.value = item.child_value();
+      told.value = PlainText(item.child_value());
       if (const std::string reset = Attribute(item, "resetTriggered"); !reset.empty())
         Append(told.value, ":", reset);
     }
@@ -126,7 +127,7 @@ AgentDocument AgentDocument::Parse(std::string_view text) {
   if (const pugi::xml_node error = errors ? errors.first_child() : Child(root, "Error")) {
     document.error = Attribute(error, "errorCode");
     const pugi::xml_node message = Child(error, "ErrorMessage");
-    document.error_text = message ? message.child_value() : error.child_value();
+    document.error_text = PlainText(message ? message.child_value() : error.child_value());
     if (document.error.empty()) document.error = "an error";
     return document;
   }

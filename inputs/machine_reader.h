@@ -39,8 +39,8 @@ class MachineReader {
   NamedValues Save() const;
   void Load(const NamedValues& values);
 
-  ShdrReader& reader() { return reader_; }
-  AgentReader& agent_reader() { return agent_reader_; }
+  const ShdrReader& reader() const { return reader_; }
+  const AgentReader& agent_reader() const { return agent_reader_; }
   Notices& notices() { return notices_; }
 
   std::optional<Moment> last_moment;  // of the last report that was taken

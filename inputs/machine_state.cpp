@@ -23,6 +23,7 @@ bool IsPause(std::string_view execution) { return std::ranges::find(kPauses, exe
 // The names under which the flags and bases are kept.
 constexpr std::string_view kValuePrefix = "value.";
 constexpr std::string_view kBasePrefix = "base.";
+constexpr std::string_view kAlarmPrefix = "alarm.";
 
 }  // namespace
 
@@ -166,7 +167,8 @@ bool MachineState::ChangesProgram(const Report& report) const {
 void MachineState::Save(NamedValues& values) const {
   for (const auto& [item, value] : values_) values[Concat(kValuePrefix, ItemName(item))] = value;
   for (const auto& [item, base] : bases_) values[Concat(kBasePrefix, ItemName(item))] = std::to_string(base);
-  for (const std::string& alarm : alarms_) values[Concat("alarm.", alarm)] = "on";
+  std::size_t number = 0;
+  for (const std::string& alarm : alarms_) values[Concat(kAlarmPrefix, ++number)] = alarm;
   for (const auto& [name, flag] : {std::pair("cycle", cycle_runs_), std::pair("down", is_down_),
                                    std::pair("cycle_since_count", cycle_since_count_),
                                    std::pair("program_since_count", program_since_count_)}) {
@@ -190,9 +192,8 @@ void MachineState::Load(const NamedValues& values) {
     if (base == values.end()) continue;
     if (const auto count = ParsePartCount(base->second)) bases_[item] = count->count;
   }
-  constexpr std::string_view kAlarm = "alarm.";
   for (const auto& [name, value] : values) {
-    if (name.starts_with(kAlarm)) alarms_.insert(name.substr(kAlarm.size()));
+    if (name.starts_with(kAlarmPrefix)) alarms_.insert(value);
   }
 }
 

@@ -6,6 +6,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 #include "database/text.h"
@@ -59,13 +60,15 @@ void NameLookups::Stop() {
 void NameLookups::Find(const std::string& host, const void* asker, Done done) {
   const std::lock_guard lock(state_->mutex);
   auto& askers = state_->asking[host];
-  const bool is_asked = !askers.empty();
+  if (askers.empty()) state_->hosts.push_back(host);
   askers[asker] = std::move(done);
-  if (is_asked) return;
-  state_->hosts.push_back(host);
   if (state_->idle < state_->hosts.size() && state_->threads < kMostThreads) {
-    std::thread(Work, state_).detach();
-    ++state_->threads;
+    try {
+      std::thread(Work, state_).detach();
+      ++state_->threads;
+    } catch (const std::system_error&) {
+      // Where there is no more thread to be had, those that there are do; without any, who asks asks again.
+    }
   }
   state_->wake.notify_one();
 }

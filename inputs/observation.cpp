@@ -6,6 +6,7 @@
 
 #include "database/ascii.h"
 #include "database/text.h"
+#include "kxdata7/text.h"
 #include "plant/plant.h"
 
 namespace kx::tool {
@@ -40,14 +41,21 @@ const std::string* Report::Find(Item item) const {
   return found == observations.end() ? nullptr : &found->value;
 }
 
+std::string PlainText(std::string_view text) {
+  std::string plain(text);
+  const auto is_beyond = [](char c) { return static_cast<unsigned char>(c) >= 0x80; };
+  if (std::ranges::any_of(plain, is_beyond)) plain = kxdata7::ToUtf8(kxdata7::ToUtf16(plain));
+  std::ranges::replace_if(
+      plain, [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
+  return plain;
+}
+
 void AddObservation(std::vector<Report>& reports, Item item, std::string_view value) {
   if (reports.back().Find(item) != nullptr) {
     Report next{reports.back().moment, reports.back().time, reports.back().opening, {}};
     reports.push_back(std::move(next));
   }
   std::string text = EqualsIgnoringCase(value, "UNAVAILABLE") ? std::string() : std::string(value);
-  std::ranges::replace_if(
-      text, [](char c) { return c == '\n' || c == '\r' || c == '\0'; }, ' ');
   if (item == Item::kExecution || item == Item::kStop || item == Item::kMode || item == Item::kAlarm) {
     std::ranges::transform(text, text.begin(),
                            [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });

@@ -37,6 +37,10 @@ struct Report {
   const std::string* Find(Item item) const;
 };
 
+// What a source sent as a text that everything can hold: on one line, without control characters, U+FFFD for
+// what is not UTF-8.
+std::string PlainText(std::string_view text);
+
 // Adds an observation to the last of `reports`, or to a new one like it when its item has a value there.
 void AddObservation(std::vector<Report>& reports, Item item, std::string_view value);
 

@@ -88,10 +88,11 @@ std::vector<std::string> SplitFields(std::string_view line) {
   return fields;
 }
 
-std::vector<Report> ShdrReader::Read(std::string_view line, std::optional<Moment> arrival, bool opening) {
-  if (line.size() >= kLongestLine)
+std::vector<Report> ShdrReader::Read(std::string_view sent, std::optional<Moment> arrival, bool opening) {
+  if (sent.size() >= kLongestLine)
     notices_.Say(Notices::Kind::kRefused, "long line", "the line is too long; its end is left out");
-  line = Trim(line);
+  const std::string plain = PlainText(sent);
+  const std::string_view line = Trim(plain);
   if (!multiline_end_.empty()) {
     if (line == multiline_end_ || ++multiline_lines_ > kMostMultilines) multiline_end_.clear();
     return {};

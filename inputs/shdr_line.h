@@ -31,6 +31,7 @@ class ShdrReader {
   void Save(NamedValues& values) const;
   void Load(const NamedValues& values);
 
+  const std::map<Item, std::string>& taken() const { return taken_; }
   // "execution from pexecution, parts from ppartcount".
   std::string Taken() const;
   bool TakesNothing() const { return taken_.empty(); }

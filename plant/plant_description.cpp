@@ -212,8 +212,9 @@ class Checker {
     const auto add = [&](std::string_view what) {
       Add(machine, Concat("the machine ", Quoted(machine.name), " has ", what), "adapter");
     };
-    const bool is_http = source.address.starts_with("http://") || source.address.starts_with("https://");
-    if (source.kind == "adapter" ? source.address.empty() || is_http : source.kind == "agent" && !is_http) {
+    const bool is_http = source.address.starts_with("http://");
+    const bool is_url = source.address.find("://") != std::string::npos;
+    if (source.kind == "adapter" ? source.address.empty() || is_url : source.kind == "agent" && !is_http) {
       add(Concat("the ", source.kind, " ", Quoted(source.address), ", which must be an address like ",
                  source.kind == "agent" ? "http://10.0.1.5:5000/Lathe3" : "10.0.1.21:7878"));
     } else if (source.kind.empty() ? !source.address.empty()

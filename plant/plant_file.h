@@ -16,6 +16,9 @@ PlantDescription ParsePlantFile(std::string_view text, DateTime now, std::vector
 // The file that describes a plant as it is. What cannot be said there is in its comments.
 std::string WritePlantFile(PlantDescription plant);
 
+// The lines of a source's mapping in a machine's entry.
+std::string MappingText(const NamedValues& mapping);
+
 // Whether a machine may start then: not in the future, nor before there were such plants.
 bool IsPossibleStart(DateTime start, DateTime now);
 

@@ -188,19 +188,7 @@ class PlantFileWriter {
       if (!place->empty()) Append(text, key, " = ", Quoted(*place), "\n");
     }
     if (machine.shifts) Append(text, "shifts = ", List(*machine.shifts), "\n");
-    std::string keys;
-    for (const std::string_view name : kSourceKeys) {
-      const auto key = machine.source.mapping.find(std::string(name));
-      if (key != machine.source.mapping.end())
-        Append(keys, keys.empty() ? "" : ", ", name, " = ", Quoted(key->second));
-    }
-    if (!keys.empty()) Append(text, "keys = { ", keys, " }\n");
-    for (const std::string_view name : kSourceSettings) {
-      const auto setting = machine.source.mapping.find(std::string(name));
-      if (setting == machine.source.mapping.end()) continue;
-      const bool is_text = name != "part_limit" && name != "pause_ends_cycle";
-      Append(text, name, " = ", is_text ? Quoted(setting->second) : setting->second, "\n");
-    }
+    text += MappingText(machine.source.mapping);
     return text;
   }
 
@@ -255,6 +243,23 @@ class PlantFileWriter {
 };
 
 }  // namespace
+
+std::string MappingText(const NamedValues& mapping) {
+  std::string text;
+  std::string keys;
+  for (const std::string_view name : kSourceKeys) {
+    const auto key = mapping.find(std::string(name));
+    if (key != mapping.end()) Append(keys, keys.empty() ? "" : ", ", name, " = ", Quoted(key->second));
+  }
+  if (!keys.empty()) Append(text, "keys = { ", keys, " }\n");
+  for (const std::string_view name : kSourceSettings) {
+    const auto setting = mapping.find(std::string(name));
+    if (setting == mapping.end()) continue;
+    const bool is_text = name != "part_limit" && name != "pause_ends_cycle";
+    Append(text, name, " = ", is_text ? Quoted(setting->second) : setting->second, "\n");
+  }
+  return text;
+}
 
 std::string WritePlantFile(PlantDescription plant) {
   MakeSayable(plant);

@@ -4,16 +4,19 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <boost/asio.hpp>
 #include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <sstream>
+#include <thread>
 
 #include "inputs/links.h"
 #include "inputs/machine_reader.h"
 #include "inputs/multipart.h"
+#include "inputs/probe.h"
 #include "inputs/recorded_input.h"
 #include "inputs/tcp_link.h"
 #include "plant/plant.h"
@@ -592,6 +595,23 @@ TEST(AgentReaderTest, AMappingNamesDataItemsAndTheDevice) {
             "12:11:00 machine downtime end\n");
 }
 
+// Whatever a source sends can be kept in every plant, and goes on after a restart.
+TEST(MachineReaderTest, TextsOfSourcesAreMadePlain) {
+  const auto read = [](MachineOwner& owner, const std::string& line) {
+    owner.events.clear();
+    owner.Take(owner.reader.Read(line, MachineOwner::DateTimeMoment("2026-01-12T12:00:00")));
+    return owner.events;
+  };
+  const char* const mapping = "alarm=alarm\nalarm_downtime=01";
+  MachineOwner owner(mapping);
+  EXPECT_EQ(read(owner, std::string("|program|W\xE4lle\x01") + '\0' + "7|execution|READY"),
+            "12:00:00 part start <W\uFFFDlle  7>\n");
+  EXPECT_EQ(read(owner, "|alarm|FAULT|A=1|1|HIGH|oil"), "12:00:00 machine downtime start <01>\n");
+  MachineOwner again(mapping);
+  again.reader.Load(ParseNamedValues(NamedValuesText(owner.reader.Save())));
+  EXPECT_EQ(read(again, "|alarm|NORMAL|A=1|||"), "12:00:00 machine downtime end\n");
+}
+
 TEST(AgentReaderTest, GoesOnWhereItStoodAndSaysWhatWasLost) {
   MachineOwner before;
   before.Read(PathDocument(
@@ -728,6 +748,49 @@ TEST_F(LinksTest, EveryWayInMakesTheSameEvents) {
   }));
   EXPECT_EQ(from_adapter.events, recorded);
   EXPECT_EQ(from_agent.events, recorded);
+}
+
+TEST_F(LinksTest, AProbeShowsWhatASourceTellsAndProposesItsMapping) {
+  Server adapter(io), agent(io);
+  agent.Answer([&](const auto& connection, const std::string&) {
+    agent.SendAnswer(connection, PathDocument(1, 2, Told(1, "12:00:00", "Execution", "e", "READY")));
+  });
+  const auto nobody = tcp::acceptor(io, {net::ip::make_address("127.0.0.1"), 0}).local_endpoint().port();
+  adapter.on_received = [&](const auto& connection) {
+    adapter.Send(
+        connection,
+        "* PONG 10000\n2026-01-12T12:00:00Z|avail|AVAILABLE|exec|READY|ProgNo|P1|p_program|A|sub_program|S\n"
+        "|PartCountAct|7|PartCountTarget|500|Not-Halt|ARMED|load|3\n|exec|ACTIVE\n|load|4\n");
+  };
+  std::atomic<bool> done = false;
+  std::thread servers([&] {
+    while (!done) io.run_for(milliseconds(5));
+  });
+  const std::vector<InputSource> sources = {{1, "adapter", adapter.address(), {{"part_limit", "20"}}},
+                                            {2, "agent", "http://" + agent.address() + "/", {}},
+                                            {3, "adapter", "127.0.0.1:" + std::to_string(nobody), {}},
+                                            {4, "adapter", "nowhere", {}}};
+  const std::vector<Probe> probes = ProbeSources(sources, kNever, [](const std::vector<Probe>& so_far) {
+    return so_far[0].received >= 4 && so_far[1].received >= 1 && !so_far[2].lost.empty();
+  });
+  done = true;
+  servers.join();
+
+  std::string keys;
+  for (const ProbedKey& key : probes[0].keys) keys += key.key + "=" + key.value + " ";
+  EXPECT_EQ(
+      keys,
+      "avail=AVAILABLE exec=ACTIVE ProgNo=P1 p_program=A sub_program=S PartCountAct=7 PartCountTarget=500 "
+      "Not-Halt=ARMED load=4 ");
+  EXPECT_EQ(ProposedMapping(sources[0], probes[0]),
+            "keys = { execution = \"exec\", program = \"p_program\", parts = \"PartCountAct\", stop = "
+            "\"Not-Halt\" }\n"
+            "part_limit = 20\n");
+  EXPECT_EQ(ProposedMapping(sources[1], probes[1]), "keys = { execution = \"e\" }\n");
+  EXPECT_EQ(probes[1].keys.at(0).about, "EXECUTION of Lathe, path p1");
+  EXPECT_FALSE(probes[2].opened);
+  EXPECT_TRUE(probes[2].lost.ends_with("Connection refused")) << probes[2].lost;
+  EXPECT_TRUE(probes[3].lost.starts_with("\"nowhere\" is no host and port")) << probes[3].lost;
 }
 
 }  // namespace

@@ -50,6 +50,7 @@ CommandLine::CommandLine() {
   AddPlantFileCommands(*this);
   AddCalendarCommand(*this);
   AddInputCommands(*this);
+  AddSourceCommands(*this);
   AddProcessCommands(*this);
   AddQueueCommands(*this);
   AddViewCommands(*this);
