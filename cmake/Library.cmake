@@ -75,8 +75,9 @@ file(RELATIVE_PATH prefix_from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/kxdata7.pc.in kxdata7.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/kxdata7.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# Services: one that works a plant off, one that shows it; their user, and an example of their settings.
-foreach(unit kxdata7@.service kxdata7-board@.service)
+# Services: one that works a plant off, one that listens to its machines, one that shows it; their user, and an
+# example of their settings.
+foreach(unit kxdata7@.service kxdata7-collect@.service kxdata7-board@.service)
   configure_file(packaging/${unit}.in ${unit} @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${unit} DESTINATION lib/systemd/system)
 endforeach()

@@ -16,7 +16,6 @@ using std::chrono::seconds;
 
 constexpr std::size_t kEventsAtOnce = 1'000;
 constexpr seconds kBetweenStates{5};  // that no event came with
-constexpr seconds kFirstPause{1}, kLongestPause{30};
 constexpr minutes kBetweenSameErrors{10};
 constexpr seconds kLastDelivery{10};  // when the collector ends
 
@@ -36,9 +35,10 @@ void RememberTaken(Plant& plant, const std::string& spool, std::int64_t number) 
 }  // namespace
 
 Delivery::Delivery(std::function<PlantOptions()> plant, const std::filesystem::path& spool,
-                   Callbacks callbacks)
+                   Callbacks callbacks, const RetryPauses& pauses)
     : options_(std::move(plant)),
       callbacks_(std::move(callbacks)),
+      pauses_(pauses),
       spool_(spool),
       refusals_([this](Notices::Kind, const std::string& text) { callbacks_.complain(text); }) {}
 
@@ -157,7 +157,7 @@ void Delivery::TurnAway(const std::string& why) {
     const std::lock_guard lock(mutex_);
     before = std::exchange(away_, why);
   }
-  pause_ = before.empty() ? kFirstPause : std::min<Clock::duration>(pause_ * 2, kLongestPause);
+  pause_ = before.empty() ? pauses_.first : std::min<Clock::duration>(pause_ * 2, pauses_.longest);
   if (before.empty()) away_since_ = now;
   if (before == why && now - said_at_ < kBetweenSameErrors) return;
   said_at_ = now;

@@ -24,6 +24,11 @@ struct KnownSource {
   NamedValues state;
 };
 
+// How long a plant that is away is left alone before it is tried again: twice as long each time.
+struct RetryPauses {
+  std::chrono::milliseconds first{1'000}, longest{30'000};
+};
+
 // Takes events from the spool to the plant, on a thread of its own, so that a plant that is away keeps nobody
 // waiting. A batch and what the plant remembers of it are one transaction.
 class Delivery {
@@ -34,7 +39,8 @@ class Delivery {
   };
 
   // The callbacks are called on any thread. Reads the options anew each time the plant is opened.
-  Delivery(std::function<PlantOptions()> plant, const std::filesystem::path& spool, Callbacks callbacks);
+  Delivery(std::function<PlantOptions()> plant, const std::filesystem::path& spool, Callbacks callbacks,
+           const RetryPauses& pauses = {});
   // Takes what is left to the plant, as long as that goes at once.
   ~Delivery();
   Delivery(const Delivery&) = delete;
@@ -73,6 +79,7 @@ class Delivery {
 
   const std::function<PlantOptions()> options_;
   const Callbacks callbacks_;
+  const RetryPauses pauses_;
   Spool spool_;
   std::unique_ptr<Guard> guard_;  // nothing: the plant is away
   Notices refusals_;

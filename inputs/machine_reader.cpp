@@ -30,6 +30,7 @@ void MachineReader::Open(Moment arrival) {
 }
 
 std::vector<Report> MachineReader::Read(std::string_view line, std::optional<Moment> arrival) {
+  if (arrival && line.starts_with("<?xml")) return ReadDocument(line, *arrival);
   std::vector<Report> reports = reader_.Read(line, arrival);
   if (opened_) MarkOpening(reports, arrival);
   return reports;
@@ -53,18 +54,38 @@ void MachineReader::AdmitLive(Report& report, Moment arrival) {
   // The plant's clock may have been put back meanwhile.
   const bool in_order = last_moment && report.moment >= *last_moment;
   const bool old = last_time && !in_order && SecondsBetween(report.time, *last_time) > kClockLimit.count();
-  if (ahead > kClockLimit.count() || old) {
+  if (old && report.opening && !clock_is_wrong_) {
+    // What holds when a connection opens may have been so for long.
+    report.moment = last_moment.value_or(arrival);
+  } else if (ahead > kClockLimit.count() || old) {
+    clock_is_wrong_ = true;
     notices_.Say(Notices::Kind::kNote, "wrong clock",
                  Concat("the clock of the machine is ", ClockText(ahead), ", at ", report.time.ToText(),
                         ": the time of arrival is taken instead"));
     report.moment = arrival;
     report.time = arrived;
-  } else if (-ahead > kClockLimit.count() && !report.opening) {
+    // An agent tells what happened while nobody asked.
+  } else if (-ahead > kClockLimit.count() && !report.opening && agent_reader_.taken().empty()) {
     notices_.Say(Notices::Kind::kNote, "late",
                  Concat("what the machine tells is ", -ahead, " s old, at ", report.time.ToText(),
                         "; if that is its clock, set it, or set times=arrival in its mapping"));
   }
   if (last_time) report.time = std::max(report.time, *last_time);
+  if (last_moment) report.moment = std::max(report.moment, *last_moment);
+}
+
+std::string MachineReader::Taken() const {
+  std::string text = reader_.Taken();
+  for (const auto& [item, id] : agent_reader_.taken()) {
+    if (item != Item::kAvailable) Append(text, text.empty() ? "" : ", ", ItemName(item), " from ", id);
+  }
+  return text;
+}
+
+std::string MachineReader::KeysSeen() const {
+  std::string text = reader_.KeysSeen();
+  for (const std::string& key : agent_reader_.seen()) Append(text, text.empty() ? "" : ", ", key);
+  return text;
 }
 
 std::vector<MachineEvent> MachineReader::Apply(const Report& report) {

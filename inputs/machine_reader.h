@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <set>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -24,7 +25,7 @@ class MachineReader {
 
   // A connection opens. What is told then, up to an item that is told again, says what holds.
   void Open(Moment arrival);
-  // What a line of an adapter tells.
+  // What a line of an adapter tells, or an agent's document that was recorded as one line.
   std::vector<Report> Read(std::string_view line, std::optional<Moment> arrival);
   // What an agent's document tells, and what is to be asked of the agent next.
   std::vector<Report> ReadDocument(std::string_view document, Moment arrival) {
@@ -34,6 +35,9 @@ class MachineReader {
   // Gives a live report the time under which it is taken: its own, or that of the arrival where the machine's
   // clock cannot be right, which is said once; never earlier than what the machine told last.
   void AdmitLive(Report& report, Moment arrival);
+  // "execution from pexecution, parts from ppartcount"; empty: nothing is taken yet.
+  std::string Taken() const;
+  std::string KeysSeen() const;
   std::vector<MachineEvent> Apply(const Report& report);
 
   NamedValues Save() const;
@@ -55,6 +59,7 @@ class MachineReader {
   MachineState state_;
   std::optional<Moment> opened_;  // as long as it is told what holds
   std::set<Item> told_;           // since then
+  bool clock_is_wrong_ = false;
 };
 
 }  // namespace kx::tool

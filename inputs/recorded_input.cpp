@@ -164,8 +164,8 @@ Recording ReadShdr(std::istream& input, const ShdrOptions& options) {
   std::ranges::stable_sort(reports, {}, [](const auto& report) { return report.second.moment; });
   for (auto& [number, report] : reports) apply(number, report);
   recording.state = machine.Save();
-  recording.taken = machine.reader().Taken();
-  recording.keys_seen = machine.reader().KeysSeen();
+  recording.taken = machine.Taken();
+  recording.keys_seen = machine.KeysSeen();
   return recording;
 }
 

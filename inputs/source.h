@@ -14,6 +14,8 @@ struct InputSource {
   std::string kind;     // "adapter" or "agent"; empty: only recordings
   std::string address;  // host:port, or a URL
   NamedValues mapping;
+
+  friend bool operator==(const InputSource&, const InputSource&) = default;
 };
 
 std::vector<InputSource> ReadSources(Plant& plant);

@@ -4,9 +4,9 @@
 #include <ctime>
 #include <ostream>
 
-#include "plant/advice.h"
 #include "plant/progress.h"
 #include "plant/queue.h"
+#include "plant/service_line.h"
 
 namespace kx::tool {
 namespace {
@@ -25,10 +25,6 @@ constexpr seconds kLongestPause{30};
 constexpr minutes kBetweenSameErrors{10};
 // A refresh that fails is set aside in any case: the machine's next event closes the shift as well.
 constexpr minutes kRefreshMayFail{1};
-
-std::string TimeOfDay(std::time_t moment) {
-  return PlantTime(moment).ToText().substr(std::string_view("YYYY-MM-DD ").size());
-}
 
 Follower::Clock::duration Longer(Follower::Clock::duration pause) {
   return std::min<Follower::Clock::duration>(pause * 2, kLongestPause);
@@ -188,11 +184,7 @@ void Follower::Report(bool at_once) {
 }
 
 void Follower::Say(std::ostream& stream, const std::string& text) {
-  std::string line = WithAdvice(text);
-  std::ranges::replace_if(
-      line, [](char c) { return c == '\n' || c == '\r'; }, ' ');
-  stream << (&stream == &errors_ ? "kxdata7: " : "") << TimeOfDay(std::time(nullptr)) << ' ' << line
-         << std::endl;
+  stream << (&stream == &errors_ ? "kxdata7: " : "") << ServiceLine(text) << std::endl;
 }
 
 }  // namespace kx::tool

@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "plant/plant.h"
 #include "plant/platform.h"
 
 namespace kx::tool {
@@ -47,6 +46,11 @@ PlantSettings ReadPlantSettings(const std::string& file) {
   }
   if (settings.plant.empty()) throw ToolError(file + ": names no plant; it needs a line KXDATA7_PLANT=");
   return settings;
+}
+
+PlantOptions CurrentOptions(PlantOptions options) {
+  if (!options.file.empty()) options.plant = ReadPlantSettings(options.file).plant;
+  return options;
 }
 
 }  // namespace kx::tool

@@ -51,6 +51,7 @@ CommandLine::CommandLine() {
   AddCalendarCommand(*this);
   AddInputCommands(*this);
   AddSourceCommands(*this);
+  AddCollectCommand(*this);
   AddProcessCommands(*this);
   AddQueueCommands(*this);
   AddViewCommands(*this);

@@ -33,6 +33,7 @@ class CommandLine {
 void AddPlantCommands(CommandLine& line);
 void AddInputCommands(CommandLine& line);
 void AddSourceCommands(CommandLine& line);
+void AddCollectCommand(CommandLine& line);
 void AddProcessCommands(CommandLine& line);
 void AddQueueCommands(CommandLine& line);
 void AddViewCommands(CommandLine& line);

@@ -58,12 +58,7 @@ int Process(const PlantOptions& options, bool all) {
 }
 
 int Follow(const PlantOptions& options, const FollowOptions& follow) {
-  const auto current = [&] {
-    PlantOptions read = options;
-    if (!read.file.empty()) read.plant = ReadPlantSettings(read.file).plant;
-    return read;
-  };
-  Follower(current, follow, std::cout, std::cerr).Run();
+  Follower([&] { return CurrentOptions(options); }, follow, std::cout, std::cerr).Run();
   return 0;
 }
 
