@@ -122,11 +122,12 @@ void MeasureGrowth(Report& report, const Ground& memory, Effort effort) {
   {
     TellProgress("a long past");
     const int records = effort.Choose(1'000'000, 100'000);
+    constexpr int kEventsOfEach = 10;
     Pair(memory, Rounds(kOneMachine),
-         Rounds(kOneMachine, [&](test::Plant& plant) { AddPast(plant, records); }))
+         Rounds(kOneMachine, [&](test::Plant& plant) { AddPast(plant, records, kEventsOfEach); }))
         .CompareProcessing(report,
-                           Concat("processing, ", records, " past records, ", 3 * records, " past events, ",
-                                  records, " past downtimes against none"),
+                           Concat("processing, ", records, " past records, ", kEventsOfEach * records,
+                                  " past events, ", records, " past downtimes against none"),
                            1.1);
   }
   {

@@ -24,6 +24,7 @@ struct Arguments {
   Effort effort;
   std::string only;
   std::filesystem::path plant;
+  std::filesystem::path against;
   std::filesystem::path disk = std::filesystem::temp_directory_path();
 };
 
@@ -37,6 +38,8 @@ Arguments Parse(int argc, char** argv) {
       arguments.only = argv[++i];
     } else if (argument == "--plant" && i + 1 < argc) {
       arguments.plant = argv[++i];
+    } else if (argument == "--against" && i + 1 < argc) {
+      arguments.against = argv[++i];
     } else if (argument == "--disk" && i + 1 < argc) {
       arguments.disk = argv[++i];
     } else {
@@ -67,8 +70,13 @@ void Run(const Arguments& arguments) {
   if (!arguments.plant.empty()) return LeavePlant(memory, arguments.plant);
   const auto wanted = [&](std::string_view name) { return arguments.only.empty() || arguments.only == name; };
   Report report;
-  if (wanted("disk")) MeasureAgainstFloor(report, disk, 0.85, effort.Choose(40, 10), 10);
-  if (wanted("cpu")) MeasureAgainstFloor(report, memory, 0.5, effort.Choose(40, 10), 50);
+  if (!arguments.against.empty()) {
+    MeasureAgainstBuild(report, memory, arguments.against, effort.Choose(60, 15), 20);
+    MeasureAgainstBuild(report, disk, arguments.against, effort.Choose(60, 15), 5);
+    return report.Print();
+  }
+  if (wanted("disk")) MeasureAgainstFloor(report, disk, 0.95, effort.Choose(40, 10), 10);
+  if (wanted("cpu")) MeasureAgainstFloor(report, memory, 0.92, effort.Choose(40, 10), 50);
   if (wanted("com")) MeasureComCalls(report);
   if (wanted("growth")) MeasureGrowth(report, memory, effort);
   if (wanted("server")) {
@@ -76,6 +84,7 @@ void Run(const Arguments& arguments) {
     const Ground ground{"on PostgreSQL", disk.folder, {}, &test::TestServer(/*durable=*/true)};
     MeasureAgainstFloor(report, ground, 0.8, effort.Choose(12, 4), 10);
   }
+  if (wanted("rollover")) MeasureRollOver(report, memory, effort);
   if (wanted("memory")) MeasureMemory(report, memory, effort);
   if (wanted("producers")) MeasureProducers(report, disk, effort);
   report.Print();

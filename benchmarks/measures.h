@@ -16,6 +16,11 @@ struct Effort {
 void MeasureAgainstFloor(Report& report, const Ground& ground, double goal, int batches,
                          int rounds_per_batch);
 
+// Every event against the library of another build, in `folder`, by turns: how many times as long the other
+// takes, as the median of the batches' ratios with the range that eight of ten lie in.
+void MeasureAgainstBuild(Report& report, const Ground& ground, const std::filesystem::path& folder,
+                         int batches, int rounds_per_batch);
+
 // The same work on big tables and small ones, in memory.
 void MeasureGrowth(Report& report, const Ground& memory, Effort effort);
 
@@ -23,6 +28,7 @@ void MeasureGrowth(Report& report, const Ground& memory, Effort effort);
 void MeasureComCalls(Report& report);
 
 // What a client process takes: memory over a million events, and the throughput of several at once.
+void MeasureRollOver(Report& report, const Ground& memory, Effort effort);
 void MeasureMemory(Report& report, const Ground& memory, Effort effort);
 void MeasureProducers(Report& report, const Ground& disk, Effort effort);
 

@@ -83,7 +83,7 @@ void QueueCycles(test::Plant& plant, int count) {
              Numbers(count), "select 109, 1, 2, 3, 1, N % 2, '2026-01-12 13:59:5' || (N % 2) from k"));
 }
 
-void AddPast(test::Plant& plant, int records) {
+void AddPast(test::Plant& plant, int records, int events_of_each) {
   constexpr std::string_view kTimes =
       "datetime('2015-01-05', N * 300 || ' seconds'), datetime('2015-01-05', N * 300 + 300 || ' seconds')";
   plant.Execute(
@@ -95,11 +95,16 @@ void AddPast(test::Plant& plant, int records) {
   plant.Execute(
       Concat("insert into T_SFC_EVENT (START_TIME, STOP_TIME, COMMAND_ID, DEPT_ID, LOCATION_ID, "
              "GROUP_ID, MACHINE_ID) ",
-             Numbers(3 * records), "select ", kTimes, ", 109, 1, 2, 3, N % 3 + 1 from k"));
+             Numbers(events_of_each * records), "select ", kTimes, ", 109, 1, 2, 3, N % 3 + 1 from k"));
   plant.Execute(
       Concat("insert into T_SFC_DT_PER_MACHINE_DATA (MACHINE_DATA_ID, START_TIME, STOP_TIME, "
              "DURATION, DOWNTIME_TYPE_CODE, DOWNTIME_CODE_ID) ",
              Numbers(records), "select N + 4, ", kTimes, ", 0.1, 0, 1 from k"));
+}
+
+void QueueRollOver(test::Plant& plant, int shifts) {
+  const DateTime end = DateTime(2026, 1, 12, 6, 0, 1).AddSeconds(std::int64_t{8} * 3600 * shifts);
+  plant.QueueRow(end.ToText(), kRefreshedMachine, -1, 0, "");
 }
 
 void AddMachines(test::Plant& plant, int count) {

@@ -75,7 +75,9 @@ void QueueRounds(test::Plant& plant, int rounds, std::span<const int> machines);
 
 // Rows in bulk: events that wait, what happened in the past, machines (from number 10 on) and shifts.
 void QueueCycles(test::Plant& plant, int count);
-void AddPast(test::Plant& plant, int records);
+void AddPast(test::Plant& plant, int records, int events_of_each);
+// One refresh that closes so many shifts.
+void QueueRollOver(test::Plant& plant, int shifts);
 void AddMachines(test::Plant& plant, int count);
 void AddShifts(test::Plant& plant, int count);
 
