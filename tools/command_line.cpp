@@ -53,6 +53,7 @@ CommandLine::CommandLine() {
   AddSourceCommands(*this);
   AddCollectCommand(*this);
   AddProcessCommands(*this);
+  AddServiceCommands(*this);
   AddQueueCommands(*this);
   AddViewCommands(*this);
   AddLifeCommands(*this);
@@ -66,14 +67,18 @@ CommandLine::CommandLine() {
 CLI::App* CommandLine::Command(CLI::App& parent, const char* name, const char* description,
                                std::function<int()> action) {
   CLI::App* const command = parent.add_subcommand(name, description);
-  command
-      ->add_option("PLANT", plant.plant, "The plant: an SQLite file, or a connection string, which has a =")
-      ->required();
-  command->fallthrough();
-  command->callback([this, command, action = std::move(action)] {
-    if (command->get_subcommands().empty()) run = action;
-  });
+  TakePlant(*command, std::move(action));
   return command;
+}
+
+void CommandLine::TakePlant(CLI::App& command, std::function<int()> action) {
+  command
+      .add_option("PLANT", plant.plant, "The plant: an SQLite file, or a connection string, which has a =")
+      ->required();
+  command.fallthrough();
+  command.callback([this, &command, action = std::move(action)] {
+    if (command.get_subcommands().empty()) run = action;
+  });
 }
 
 CLI::Option* AddCsvFlag(CLI::App& listing, bool& csv) {

@@ -22,6 +22,8 @@ class CommandLine {
   CLI::App* Command(const char* name, const char* description, std::function<int()> action) {
     return Command(app, name, description, std::move(action));
   }
+  // Adds the plant to a command of this kind, behind what it takes already.
+  void TakePlant(CLI::App& command, std::function<int()> action);
 
   CLI::App app{"Machine data collection: events in, records out.", "kxdata7"};
   PlantOptions plant;
@@ -40,6 +42,7 @@ void AddViewCommands(CommandLine& line);
 void AddLifeCommands(CommandLine& line);
 void AddReportCommands(CommandLine& line);
 void AddPlantFileCommands(CommandLine& line);
+void AddServiceCommands(CommandLine& line);
 void AddCalendarCommand(CommandLine& line);
 
 CLI::Option* AddCsvFlag(CLI::App& listing, bool& csv);

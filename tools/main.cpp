@@ -17,7 +17,17 @@ namespace {
 
 using kx::tool::CommandLine;
 
-// How far the arguments name a command, and where they go on behind it; 0: they name none.
+// How many arguments a command takes before its plant.
+std::size_t CountBeforePlant(const CLI::App& command) {
+  std::size_t count = 0;
+  for (const CLI::Option* option : command.get_options()) {
+    if (option->get_positional() && option->get_name() == "PLANT") return count;
+    if (option->get_positional()) ++count;
+  }
+  return 0;
+}
+
+// How far the arguments name a command and what it takes before its plant; 0: they name none.
 std::size_t EndOfCommand(const CLI::App& all, const std::vector<std::string>& arguments) {
   const CLI::App* app = &all;
   std::size_t end = 0;
@@ -29,7 +39,7 @@ std::size_t EndOfCommand(const CLI::App& all, const std::vector<std::string>& ar
     app = commands.front();
     end = i + 1;
   }
-  return end;
+  return end == 0 ? 0 : std::min(end + CountBeforePlant(*app), arguments.size());
 }
 
 // The plant, where it is given beside the arguments: by --plant-file, whose dialect joins them, or by the

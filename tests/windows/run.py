@@ -352,6 +352,35 @@ class ServerTest(Registered):
         self.assertEqual(self.records(plant), self.records(reference))
 
 
+# ---- The service ----
+
+
+class ServiceTest(WindowsTest):
+    def test_works_events_in_until_it_is_stopped(self) -> None:
+        folder = wine.folder / "Halle Süd"
+        folder.mkdir()
+        self.run_tool("create", windows_path(folder / "plant.db"), "--demo")
+        log = folder / "hall.log"
+        install = ["service", "install", "hall", windows_path(folder / "plant.db"), "--library", library()]
+        self.run_tool(*install, "--log", windows_path(log))
+        again = wine.run(str(build / "kxdata7.exe"), *install)
+        self.assertEqual((again.returncode, 'the service "hall" is there already' in again.stderr), (1, True), again)
+        self.run_program("net", "start", "hall")
+        self.run_tool("append", windows_path(folder / "plant.db"), "--library", library(), "--machine", "1",
+                      "--event", "good", "--param", "3")
+        with contextlib.closing(sqlite3.connect(folder / "plant.db")) as plant:
+            good = "select sum(GOOD_COUNT) from T_SFC_MACHINE_DATA"
+            end = time.monotonic() + LONGEST_RUN
+            while plant.execute(good).fetchone() != (3,):
+                self.assertLess(time.monotonic(), end, log.read_text(errors="replace"))
+                time.sleep(0.1)
+        self.run_program("net", "stop", "hall")
+        self.assertIn("Stopped; 1 events applied in all.", log.read_text("utf-8"))
+        self.run_tool("service", "remove", "hall")
+        gone = wine.run(str(build / "kxdata7.exe"), "service", "remove", "hall")
+        self.assertIn('there is no service "hall"', gone.stderr)
+
+
 # ---- The package ----
 
 
