@@ -35,6 +35,24 @@ Rows Connection::Execute(std::string_view sql,
   return (ready.*run)(statement.text, statement.parameters);
 }
 
+void Connection::ExecuteDeferred(std::string_view sql, std::string_view others) {
+  switch (ReadyEngine().deferral()) {
+    case Engine::Deferral::kNone: Execute(sql); return;
+    case Engine::Deferral::kByCondition:  // on a server, where a question of its own is a round trip
+      Execute(Concat(sql, " and case when (", others, ") is null then true else ",
+                     engine().DeferringCondition(), " end"));
+      return;
+    case Engine::Deferral::kByCall: break;
+  }
+  bool waits = false;
+  try {
+    waits = !Execute(others).at(0, 0).IsNull();
+  } catch (const DatabaseError&) {
+    // It cannot be told: the disk is waited for.
+  }
+  Execute(sql, waits ? &Engine::ExecuteDeferred : &Engine::Execute);
+}
+
 Rows Connection::ExecuteDirect(std::string_view sql, std::span<const Value> parameters) {
   return ReadyEngine().Execute(sql, parameters);
 }

@@ -31,9 +31,10 @@ class Connection {
 
   // Runs one statement of a dialect, translated when the engine does not speak it.
   Rows Execute(std::string_view sql) { return Execute(sql, &Engine::Execute); }
-  // The same by Engine::ExecuteDeferred, and whether that saves anything.
-  Rows ExecuteDeferred(std::string_view sql) { return Execute(sql, &Engine::ExecuteDeferred); }
-  bool DefersCommits() const { return engine().DefersCommits(); }
+  // The same outside a transaction for a statement that ends in a condition. When `others`, a question for
+  // one value, has an answer, its commit may reach the disk together with the next one, where that saves a
+  // wait.
+  void ExecuteDeferred(std::string_view sql, std::string_view others);
 
   // Runs one statement in the engine's own SQL; every `?` takes the next parameter.
   Rows ExecuteDirect(std::string_view sql, std::span<const Value> parameters = {});
@@ -53,6 +54,11 @@ class Connection {
   void Rollback();
   bool in_transaction() const { return in_transaction_; }
   bool transaction_ended() const { return in_transaction_ && !engine().InTransaction(); }
+
+  // This link's writes wait for few others; for who works the queue off.
+  void GoAhead(bool ahead) {
+    if (engine_ != nullptr) engine_->GoAhead(ahead);
+  }
 
   SqlTarget target() const { return engine().target(); }
   std::size_t LongestText() const { return engine().LongestText(); }

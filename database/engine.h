@@ -73,6 +73,8 @@ struct Waiting {
   std::function<void(std::chrono::milliseconds)> pause = [](std::chrono::milliseconds time) {
     std::this_thread::sleep_for(time);
   };
+  // How long one statement waits for its turn to write, before it asks for the lock.
+  std::chrono::milliseconds longest_turn{200};
 };
 
 // One open link to a database: the seam between the component and the engines, and the place where tests
@@ -87,8 +89,14 @@ class Engine {
   // Runs one statement in the engine's own SQL; every `?` takes the next parameter.
   virtual Rows Execute(std::string_view sql, std::span<const Value> parameters) = 0;
 
-  // Whether ExecuteDeferred saves a wait for the disk.
-  virtual bool DefersCommits() const { return false; }
+  // How a commit may be left to the next one, so that it does not wait for the disk by itself.
+  enum class Deferral {
+    kNone,
+    kByCall,       // by ExecuteDeferred
+    kByCondition,  // by an expression that is true, in the statement's own condition
+  };
+  virtual Deferral deferral() const { return Deferral::kNone; }
+  virtual std::string_view DeferringCondition() const { return {}; }
 
   // Runs a statement outside a transaction whose commit may reach the disk together with the next one. A loss
   // of power before that undoes it, and nothing older; it never undoes more than one such statement.
@@ -104,6 +112,9 @@ class Engine {
   virtual void Begin() = 0;
   virtual void Commit() = 0;
   virtual void Rollback() = 0;
+
+  // Where writers wait in line: whether this link's wait for two or three others at most.
+  virtual void GoAhead(bool /*ahead*/) {}
 
   // Whether a transaction is open in the database; false, too, when the engine ended it by itself.
   virtual bool InTransaction() const = 0;

@@ -46,6 +46,8 @@ struct Dbms {
 
   // What commits where the driver's own call would keep the server's warning to itself.
   std::string_view commit = {};
+  // An expression, always true, that leaves the commit of its statement to the next one.
+  std::string_view deferring_condition = {};
   // Whether a commit that failed for a lock left the transaction open.
   bool commit_can_be_repeated = false;
   // Whether date-times are stored as texts.

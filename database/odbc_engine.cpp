@@ -57,6 +57,10 @@ class OdbcEngine final : public Engine {
   SqlTarget target() const override { return dbms_->target; }
   bool InTransaction() const override { return in_transaction_; }
   bool IsAlive() const override { return !lost_; }
+  Deferral deferral() const override {
+    return dbms_->deferring_condition.empty() ? Deferral::kNone : Deferral::kByCondition;
+  }
+  std::string_view DeferringCondition() const override { return dbms_->deferring_condition; }
   std::size_t LongestText() const override { return dbms_->longest_text; }
 
   Rows Execute(std::string_view sql, std::span<const Value> parameters) override;
@@ -205,8 +209,8 @@ DatabaseError OdbcEngine::Judge(const OdbcFailure& failure, std::string_view sql
   if (dbms_ != nullptr && IsLinkLoss(*dbms_, failure)) lost_ = true;
   NoteLinkLoss();
   ErrorCategory category = ErrorCategory::kGeneral;
-  const bool ended = !lost_ && !sql.empty() && LostTransaction();
-  if (in_transaction_ && (ended || EndsTransaction(*dbms_, failure))) {
+  const bool ended = dbms_ != nullptr && !lost_ && !sql.empty() && LostTransaction();
+  if (dbms_ != nullptr && in_transaction_ && (ended || EndsTransaction(*dbms_, failure))) {
     category = ErrorCategory::kTransactionEnded;
     SQLEndTran(SQL_HANDLE_DBC, link(), SQL_ROLLBACK);
     in_transaction_ = false;

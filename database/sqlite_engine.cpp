@@ -12,6 +12,7 @@
 #include "database/ascii.h"
 #include "database/database_error.h"
 #include "database/numeric_text.h"
+#include "database/write_turns.h"
 
 namespace kx {
 namespace {
@@ -90,7 +91,8 @@ TextKind KindOf(const char* declared_type) {
 
 class SqliteEngine final : public Engine {
  public:
-  SqliteEngine(const Options& options, const Waiting& waiting) : options_(options), waiting_(waiting) {
+  SqliteEngine(const Options& options, const Waiting& waiting)
+      : options_(options), waiting_(waiting), turns_(IsReadOnly() ? std::string() : options.file) {
     Open(options.file, options.open_flags);
     try {
       if (IsReadOnly()) RequireReadable();
@@ -115,7 +117,11 @@ class SqliteEngine final : public Engine {
     Execute("COMMIT", {});
     if (sqlite3_total_changes64(handle_.get()) != changes_at_begin_) deferred_ = false;
   }
-  bool DefersCommits() const override { return options_.synchronous; }
+  Deferral deferral() const override { return options_.synchronous ? Deferral::kByCall : Deferral::kNone; }
+  void GoAhead(bool ahead) override {
+    ahead_ = ahead;
+    if (!ahead && !InTransaction()) turns_.Give();
+  }
   Rows ExecuteDeferred(std::string_view sql, std::span<const Value> parameters) override;
   void Rollback() override { Execute("ROLLBACK", {}); }
 
@@ -149,6 +155,8 @@ class SqliteEngine final : public Engine {
 
   const Options options_;
   const Waiting waiting_;
+  WriteTurns turns_;  // taken for as long as the write lock is held
+  bool ahead_ = false;
   std::unique_ptr<sqlite3, HandleCloser> handle_;
   // Statements by their text. Texts are few: their literals come as parameters.
   std::unordered_map<std::string, Prepared, TextHash, std::equal_to<>> statements_;
@@ -349,6 +357,13 @@ Rows SqliteEngine::ExecuteNow(std::string_view sql, std::span<const Value> param
       sqlite3_clear_bindings(statement);
     }
   } reset{prepared.handle.get()};
+  struct Turn {
+    SqliteEngine& engine;
+    ~Turn() {
+      if (!engine.InTransaction() && (!engine.ahead_ || std::uncaught_exceptions() > 0)) engine.turns_.Give();
+    }
+  } const turn{*this};
+  if (!InTransaction() && sqlite3_stmt_readonly(prepared.handle.get()) == 0) turns_.Take(ahead_, waiting_);
   Bind(prepared.handle.get(), parameters, sql);
   return Run(prepared, sql);
 }

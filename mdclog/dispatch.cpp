@@ -96,26 +96,13 @@ void Apply(Session& session, const MdcLogItem& item, std::string& error) {
   kRoutes[static_cast<std::size_t>(event - kxdata7::kEvents.data())].handler(session, item, error);
 }
 
-// False when nothing waits or it cannot be told.
-bool OthersWaitBehind(Session& session, std::int32_t log_id) {
-  try {
-    return !GetScalarText(session,
-                          Concat("select MIN(MDC_LOG_ID) from T_SFC_MDC_LOG where MDC_LOG_ID > ", log_id))
-                .empty();
-  } catch (const DatabaseError&) {
-    return false;
-  }
-}
-
 // While others wait behind the row, its delete goes to the disk with the next event's commit: until then a
-// loss of power repeats that one event, as it would before the delete. It is asked where asking is cheap.
+// loss of power repeats that one event, as it would before the delete.
 bool DeleteRow(Session& session, std::int32_t log_id) {
-  const std::string sql = Concat("delete from T_SFC_MDC_LOG where MDC_LOG_ID = ", log_id);
-  if (!session.connection.DefersCommits() || !OthersWaitBehind(session, log_id)) {
-    return TryExecuteSql(session, sql);
-  }
   try {
-    session.connection.ExecuteDeferred(sql);
+    session.connection.ExecuteDeferred(
+        Concat("delete from T_SFC_MDC_LOG where MDC_LOG_ID = ", log_id),
+        Concat("select MIN(MDC_LOG_ID) from T_SFC_MDC_LOG where MDC_LOG_ID > ", log_id));
     return true;
   } catch (const DatabaseError&) {
     return false;
@@ -140,10 +127,16 @@ bool DoNextItemFromMDCLog(Session& session, std::string& error) {
   session.shift_cache_machine_id = -1;
   // Nothing that is asked once an item outlives it.
   struct Item {
-    explicit Item(Session& item_session) : session(item_session) { session.master_data.emplace(); }
+    explicit Item(Session& item_session) : session(item_session) {
+      session.master_data.emplace();
+      session.connection.GoAhead(true);
+    }
     Item(const Item&) = delete;
     Item& operator=(const Item&) = delete;
-    ~Item() { session.master_data.reset(); }
+    ~Item() {
+      session.master_data.reset();
+      session.connection.GoAhead(false);
+    }
     Session& session;
   } const item(session);
   session.unknown_outcome.clear();

@@ -2,12 +2,21 @@
 
 #include <gtest/gtest.h>
 
+#ifndef _WIN32
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#endif
+
 #include <fstream>
+#include <thread>
 
 #include "database/connection.h"
 #include "database/database_error.h"
 #include "database/numeric_text.h"
 #include "database/recordset.h"
+#include "database/write_turns.h"
 #include "kxdata7/text.h"
 #include "session/messages.h"
 #include "session/sql_dialect.h"
@@ -331,6 +340,46 @@ TEST(SqliteOpenTest, SaysWhatIsWrong) {
   } catch (const DatabaseError& error) {
     EXPECT_TRUE(error.busy()) << error.description();
   }
+}
+
+// Turns to write a file: one at a time, and none waits for the dead.
+TEST(WriteTurnsTest, OneAtATimeAndNoneWaitsForTheDead) {
+  const TemporaryFolder folder;
+  const std::string file = (folder.path() / "plant.db").string();
+  std::ofstream(file) << "x";
+  // Whether another thread gets a turn within so many milliseconds.
+  const auto other_gets_one = [&](int time) {
+    bool taken = false;
+    std::jthread([&] {
+      WriteTurns turns(file);
+      turns.Take(false, {.longest_turn = std::chrono::milliseconds(time)});
+      taken = turns.taken();
+    }).join();
+    return taken;
+  };
+  WriteTurns turns(file);
+  turns.Take(true, {});
+  ASSERT_TRUE(turns.taken());
+  EXPECT_FALSE(other_gets_one(10));  // it goes on without
+  bool waited = false;
+  std::jthread waiter([&] { waited = other_gets_one(10'000); });
+  turns.Give();
+  waiter.join();
+  EXPECT_TRUE(waited);
+#ifndef _WIN32
+  const pid_t child = fork();
+  if (child == 0) {
+    WriteTurns dying(file);
+    dying.Take(false, {});
+    raise(SIGKILL);
+  }
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+#endif
+  turns.Take(false, {});
+  EXPECT_TRUE(turns.taken());
+  WriteTurns nowhere((folder.path() / "missing").string());
+  nowhere.Take(false, {});
+  EXPECT_FALSE(nowhere.taken());
 }
 
 }  // namespace

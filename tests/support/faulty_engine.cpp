@@ -13,7 +13,9 @@ class WatchedEngine : public Engine {
     Pass(EngineCall::kStatement, sql, parameters);
     return engine_->Execute(sql, parameters);
   }
-  bool DefersCommits() const override { return engine_->DefersCommits(); }
+  void GoAhead(bool ahead) override { engine_->GoAhead(ahead); }
+  Deferral deferral() const override { return engine_->deferral(); }
+  std::string_view DeferringCondition() const override { return engine_->DeferringCondition(); }
   Rows ExecuteDeferred(std::string_view sql, std::span<const Value> parameters) override {
     Pass(EngineCall::kStatement, sql, parameters, {}, true);
     return engine_->ExecuteDeferred(sql, parameters);
@@ -92,8 +94,10 @@ void EngineWatch::FailAll(EngineCall kind, ErrorCategory category) {
 
 EngineOpener WatchedOpener(EngineWatch& watch) {
   return [&watch](const ConnectionString& connection_string, const Waiting& waiting) {
+    using std::chrono::milliseconds;
     auto engine =
-        OpenEngine(connection_string, watch.clock ? Waiting{watch.clock, waiting.pause} : Waiting());
+        OpenEngine(connection_string,
+                   watch.clock ? Waiting{watch.clock, waiting.pause, milliseconds::zero()} : Waiting());
     if (watch.after_open) watch.after_open(*engine);
     return std::make_unique<WatchedEngine>(std::move(engine), watch);
   };
