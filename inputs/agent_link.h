@@ -27,8 +27,8 @@ struct AgentUrl {
 // single ones.
 class AgentLink final : public TcpLink {
  public:
-  AgentLink(std::shared_ptr<LinkContext> context, AgentUrl url, LinkOwner& owner)
-      : TcpLink(std::move(context), std::move(url.at), owner), path_(std::move(url.path)) {}
+  AgentLink(std::shared_ptr<LinkContext> context, const AgentUrl& url, LinkOwner& owner)
+      : TcpLink(std::move(context), url.at, owner), path_(url.path) {}
 
  private:
   void OnConnected() override;

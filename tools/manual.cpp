@@ -86,7 +86,7 @@ void WritePage(const CLI::App& app, std::ostream& page) {
   std::string title = PageName(app);
   for (char& c : title) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   std::string summary = app.get_description();
-  summary = summary.substr(0, summary.find_last_not_of('.') + 1);
+  summary.resize(summary.find_last_not_of('.') + 1);
   page << ".TH " << Plain(title) << " 1 \"\" \"KXData7 " KXDATA7_VERSION "\" \"KXData7\"\n.SH NAME\n"
        << Plain(PageName(app)) << " \\- " << Plain(summary) << '\n';
   WriteSynopsis(app, page);
