@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <filesystem>
@@ -363,7 +364,9 @@ Rows SqliteEngine::ExecuteNow(std::string_view sql, std::span<const Value> param
       if (!engine.InTransaction() && (!engine.ahead_ || std::uncaught_exceptions() > 0)) engine.turns_.Give();
     }
   } const turn{*this};
-  if (!InTransaction() && sqlite3_stmt_readonly(prepared.handle.get()) == 0) turns_.Take(ahead_, waiting_);
+  if (!InTransaction() && sqlite3_stmt_readonly(prepared.handle.get()) == 0) {
+    turns_.Take(ahead_, waiting_, std::min(options_.busy_timeout, waiting_.longest_turn));
+  }
   Bind(prepared.handle.get(), parameters, sql);
   return Run(prepared, sql);
 }

@@ -40,8 +40,8 @@ bool WriteTurns::AwaitTurnBriefly() noexcept {
   return false;
 }
 
-void WriteTurns::Take(bool ahead, const Waiting& waiting) noexcept {
-  left_ = waiting.longest_turn;
+void WriteTurns::Take(bool ahead, const Waiting& waiting, milliseconds longest) noexcept {
+  left_ = longest;
   if (taken_ || left_ == milliseconds::zero()) return;
   if (steady_clock::now() < turn_end_) {
     taken_ = places_.Enter(TurnPlaces::kTurn) == Entered::kYes;

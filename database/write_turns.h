@@ -20,9 +20,9 @@ class WriteTurns {
   WriteTurns(const WriteTurns&) = delete;
   WriteTurns& operator=(const WriteTurns&) = delete;
 
-  // Waits for `waiting.longest_turn` at most. Who goes ahead lets two or three others write first, however
+  // Waits for `longest` at most. Who goes ahead lets two or three others write first, however
   // many wait; there is to be one such, the processor.
-  void Take(bool ahead, const Waiting& waiting) noexcept;
+  void Take(bool ahead, const Waiting& waiting, std::chrono::milliseconds longest) noexcept;
   void Give() noexcept;  // nothing when there is none
   bool taken() const { return taken_; }
 

@@ -347,18 +347,19 @@ TEST(WriteTurnsTest, OneAtATimeAndNoneWaitsForTheDead) {
   const TemporaryFolder folder;
   const std::string file = (folder.path() / "plant.db").string();
   std::ofstream(file) << "x";
+  constexpr std::chrono::milliseconds kLongest{10'000};
   // Whether another thread gets a turn within so many milliseconds.
   const auto other_gets_one = [&](int time) {
     bool taken = false;
     std::jthread([&] {
       WriteTurns turns(file);
-      turns.Take(false, {.longest_turn = std::chrono::milliseconds(time)});
+      turns.Take(false, {}, std::chrono::milliseconds(time));
       taken = turns.taken();
     }).join();
     return taken;
   };
   WriteTurns turns(file);
-  turns.Take(true, {});
+  turns.Take(true, {}, kLongest);
   ASSERT_TRUE(turns.taken());
   EXPECT_FALSE(other_gets_one(10));  // it goes on without
   bool waited = false;
@@ -370,15 +371,15 @@ TEST(WriteTurnsTest, OneAtATimeAndNoneWaitsForTheDead) {
   const pid_t child = fork();
   if (child == 0) {
     WriteTurns dying(file);
-    dying.Take(false, {});
+    dying.Take(false, {}, kLongest);
     raise(SIGKILL);
   }
   ASSERT_EQ(waitpid(child, nullptr, 0), child);
 #endif
-  turns.Take(false, {});
+  turns.Take(false, {}, kLongest);
   EXPECT_TRUE(turns.taken());
   WriteTurns nowhere((folder.path() / "missing").string());
-  nowhere.Take(false, {});
+  nowhere.Take(false, {}, kLongest);
   EXPECT_FALSE(nowhere.taken());
 }
 
