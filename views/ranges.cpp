@@ -12,7 +12,6 @@
 namespace kx::tool {
 namespace {
 
-constexpr std::int64_t kDaySeconds = 86'400;
 
 // From Monday on.
 std::size_t WeekdayIndex(DateTime day) { return (day.Weekday() + 5) % 7; }
