@@ -12,7 +12,6 @@
 namespace kx::tool {
 namespace {
 
-
 // From Monday on.
 std::size_t WeekdayIndex(DateTime day) { return (day.Weekday() + 5) % 7; }
 
