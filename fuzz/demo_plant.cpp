@@ -71,6 +71,7 @@ DemoPlant::DemoPlant() {
       .open_engine = [this](const ConnectionString&,
                             const Waiting&) { return std::make_unique<LentEngine>(*engine_); },
   };
+  component = kxdata7::Client(kxdata7::Library::Linked());  // on that host
 }
 
 void DemoPlant::Reset() {
