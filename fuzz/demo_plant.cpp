@@ -56,22 +56,22 @@ void Require(bool holds, std::string_view promise) {
   std::abort();
 }
 
-DemoPlant::DemoPlant() {
+std::unique_ptr<Engine> DemoPlant::LendEngine() {
   const auto file =
       std::filesystem::temp_directory_path() / ("kxdata7-fuzz-" + std::to_string(getpid()) + ".db");
   const std::string connection = "Provider=SQLite;Data Source=" + file.string();
   tool::CreateDemoPlant({.plant = file.string()}, DateTime(2026, 1, 12, 6));
-  engine_ = OpenEngine(ConnectionString::Parse(connection));
+  auto engine = OpenEngine(ConnectionString::Parse(connection));
   // The file lives on without its name until the process ends.
   for (const char* part : {"", "-wal", "-shm"}) std::filesystem::remove(file.string() + part);
-  engine_->Begin();
+  engine->Begin();
   ProcessHost() = {
       .now = [passed = std::chrono::sys_seconds()]() mutable { return passed += std::chrono::seconds(1); },
       .sleep = [](std::chrono::milliseconds) {},
       .open_engine = [this](const ConnectionString&,
                             const Waiting&) { return std::make_unique<LentEngine>(*engine_); },
   };
-  component = kxdata7::Client(kxdata7::Library::Linked());  // on that host
+  return engine;
 }
 
 void DemoPlant::Reset() {

@@ -17,8 +17,6 @@ void Require(bool holds, std::string_view promise);
 // undone by Reset, all of it being one transaction, with the component's own inside.
 class DemoPlant {
  public:
-  DemoPlant();
-
   void Reset();
   // Rows of the plant, and changes to them, past the component.
   Rows Run(std::string_view sql, std::span<const Value> parameters = {}) {
@@ -26,10 +24,14 @@ class DemoPlant {
   }
   void Connect(LONG database_type);
 
-  kxdata7::Client component{kxdata7::Library::Linked()};
-
  private:
-  std::unique_ptr<Engine> engine_;
+  // Makes the plant, and a host that has this engine for all who connect.
+  std::unique_ptr<Engine> LendEngine();
+
+  std::unique_ptr<Engine> engine_ = LendEngine();
+
+ public:
+  kxdata7::Client component{kxdata7::Library::Linked()};  // made on that host
 };
 
 }  // namespace kx::fuzz
