@@ -7,7 +7,7 @@ if(KXDATA7_WARNINGS_AS_ERRORS)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # When it optimises, g++ 12 finds these in what it inlined of its own std::string and std::variant.
-  target_compile_options(kxdata7_options INTERFACE -Wno-restrict -Wno-stringop-overflow)
+  target_compile_options(kxdata7_options INTERFACE -Wno-restrict -Wno-stringop-overflow -Wno-maybe-uninitialized)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # A VARIANT is a union of nameless structures, as COM has it.
