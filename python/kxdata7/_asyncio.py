@@ -7,12 +7,27 @@ import concurrent.futures
 import functools
 import os
 import types
-from typing import Any, Callable, Optional, Type, TypeVar, Union
+from typing import TYPE_CHECKING, Any, Callable, Coroutine, Optional, Type, TypeVar, Union
 
-from ._component import Component, DatabaseType, Next
-from .events import TimeCode
+from ._component import Component
 
+if TYPE_CHECKING:
+    from typing import Concatenate, ParamSpec
+
+    P = ParamSpec("P")
 T = TypeVar("T")
+
+
+def _awaited(
+    method: Callable[Concatenate[Component, P], T]
+) -> Callable[Concatenate[AsyncComponent, P], Coroutine[Any, Any, T]]:
+    """The same method as a coroutine of an AsyncComponent."""
+
+    @functools.wraps(method)
+    async def call(self: AsyncComponent, /, *arguments: P.args, **named: P.kwargs) -> T:
+        return await self._run(functools.partial(method, self._component, *arguments, **named))
+
+    return call
 
 
 class AsyncComponent:
@@ -26,10 +41,9 @@ class AsyncComponent:
         self._thread = concurrent.futures.ThreadPoolExecutor(1, "kxdata7")
         self._open = True
 
-    async def _call(self, method: Callable[..., T], *arguments: Any, **named: Any) -> T:
+    async def _run(self, call: Callable[[], T]) -> T:
         if not self._open:
             raise ValueError("The component is closed")
-        call = functools.partial(method, *arguments, **named)
         return await asyncio.get_running_loop().run_in_executor(self._thread, call)
 
     async def close(self) -> None:
@@ -50,48 +64,11 @@ class AsyncComponent:
     ) -> None:
         await self.close()
 
-    async def connect(self, connection_string: str, database_type: DatabaseType) -> None:
-        await self._call(self._component.connect, connection_string, database_type)
-
-    async def is_connected(self) -> bool:
-        return await self._call(self._component.is_connected)
-
-    async def append(
-        self,
-        *,
-        dept: int,
-        location: int,
-        group: int,
-        machine: int,
-        command: int,
-        param: str = "",
-        time_code: TimeCode = TimeCode.START,
-    ) -> None:
-        where = dict(dept=dept, location=location, group=group, machine=machine, command=command)
-        await self._call(self._component.append, **where, param=param, time_code=time_code)
-
-    async def append_dnc(
-        self,
-        *,
-        dept: int,
-        location: int,
-        group: int,
-        machine: int,
-        command: int,
-        param: str = "",
-        time_code: TimeCode = TimeCode.START,
-    ) -> None:
-        where = dict(dept=dept, location=location, group=group, machine=machine, command=command)
-        await self._call(self._component.append_dnc, **where, param=param, time_code=time_code)
-
-    async def do_next(self) -> Next:
-        return await self._call(self._component.do_next)
-
-    async def count(self) -> int:
-        return await self._call(self._component.count)
-
-    async def complete_record(self, record_id: int) -> None:
-        await self._call(self._component.complete_record, record_id)
-
-    async def no_lock(self) -> Optional[str]:
-        return await self._call(self._component.no_lock)
+    connect = _awaited(Component.connect)
+    is_connected = _awaited(Component.is_connected)
+    append = _awaited(Component.append)
+    append_dnc = _awaited(Component.append_dnc)
+    do_next = _awaited(Component.do_next)
+    count = _awaited(Component.count)
+    complete_record = _awaited(Component.complete_record)
+    no_lock = _awaited(Component.no_lock)
