@@ -24,7 +24,7 @@ constexpr std::string_view kNoServer = "check Server and Port, and whether the s
 constexpr std::string_view kNoDriver = "check the name of the driver or data source, and install the driver";
 constexpr std::string_view kFull =
     "make room on the disk; what was queued is not lost, and goes on by itself";
-constexpr std::array<Advice, 17> kAdvice = {{
+constexpr std::array<Advice, 18> kAdvice = {{
     {"no such table", kNoPlant},
     {"relation \"t_", kNoPlant},
     {"file is not a database", "this is no plant but some other file"},
@@ -33,6 +33,8 @@ constexpr std::array<Advice, 17> kAdvice = {{
     {"Type mismatch", "a value in the plant is no date or no number; \"kxdata7 doctor\" names it"},
     {"readonly database",
      "the file or its folder may only be read; give the account the right to write both"},
+    {"unable to open database file",
+     "its folder must exist, and the account must have the right to write there"},
     {"database or disk is full", kFull},
     {"No space left on device", kFull},
     {"permission denied for", kNoRight},
@@ -62,10 +64,12 @@ std::string FileTrouble(std::string_view file) {
   const auto status = std::filesystem::status(path, error);
   if (status.type() == std::filesystem::file_type::not_found)
     return "there is no such file; \"kxdata7 create\" makes a plant";
-  if (error) return error.message();
+  constexpr const char* kAccount =
+      "; the account needs the right to read and write the file, and to its folder";
+  if (error) return error.message() + (error == std::errc::permission_denied ? kAccount : "");
   if (std::filesystem::is_directory(status)) return "it is a folder; name the plant's file in it";
   if (std::ifstream(path)) return {};
-  return std::strerror(errno) + std::string("; the account needs the right to read and write the file");
+  return std::strerror(errno) + std::string(kAccount);
 }
 
 }  // namespace kx::tool

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What can only be seen on Windows, under Wine: registration, scripts, clients of the type library, the package.
+"""What can only be seen on Windows, under Wine: registration, scripts, clients of the type library, the packages.
 
     tests/windows/run.py BUILD_FOLDER LINUX_BUILD_FOLDER
 
@@ -23,16 +23,13 @@ import unittest
 import zipfile
 from typing import Any, Dict, Iterable, List, Tuple
 
+import installer_test
+from installer_test import InstallerTest
+from registration import PARENTS, PROG_ID, difference, registration
 from wine import LONGEST_RUN, Registry, Wine, windows_path
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
-
-CLASS = "{6D3DC26E-FE47-4582-BD90-5E241A8DBC8B}"
-INTERFACE = "{CCB76FB7-FDFA-4D13-B7DC-5809191A4643}"
-TYPE_LIBRARY = "{0E0E8AE5-6B54-4B7B-9C5D-6F3B3F1A7D07}"
-PROG_ID = "KXData7.CKXData7Obj"
-TITLE = "Velkaris Machine Data Library 7"
 
 # Set by main().
 build: pathlib.Path
@@ -50,19 +47,6 @@ def run_linux_tool(*arguments: str) -> str:
 
 def library() -> str:
     return windows_path(build / "KXData7.dll")
-
-
-def difference(before: Registry, after: Registry) -> Registry:
-    """The keys that were added. It is an error when one was changed or taken out."""
-    for key, values in before.items():
-        if after.get(key) != values:
-            raise AssertionError(f"{key} was {values}, is {after.get(key)}")
-    # Wine has copies of some keys for 32-bit programs.
-    return {
-        key: values
-        for key, values in after.items()
-        if key not in before and not key.startswith("wow6432node\\")
-    }
 
 
 class WindowsTest(unittest.TestCase):
@@ -104,39 +88,6 @@ class Registered(WindowsTest):
 # ---- Registration ----
 
 
-def registration() -> Registry:
-    """All keys below Software\\Classes that are the registration."""
-    class_key, interface_key = f"CLSID\\{CLASS}", f"Interface\\{INTERFACE}"
-    library_key = f"TypeLib\\{TYPE_LIBRARY}"
-    keys: Registry = {
-        class_key: {"@": TITLE},
-        class_key + r"\InprocServer32": {"@": library(), "ThreadingModel": "Apartment"},
-        class_key + r"\ProgID": {"@": PROG_ID + ".1"},
-        class_key + r"\VersionIndependentProgID": {"@": PROG_ID},
-        class_key + r"\TypeLib": {"@": TYPE_LIBRARY},
-        class_key + r"\Version": {"@": "1.0"},
-        class_key + r"\Programmable": {"@": ""},
-        PROG_ID: {"@": TITLE},
-        PROG_ID + r"\CLSID": {"@": CLASS},
-        PROG_ID + r"\CurVer": {"@": PROG_ID + ".1"},
-        PROG_ID + ".1": {"@": TITLE},
-        PROG_ID + r".1\CLSID": {"@": CLASS},
-        library_key: {},
-        library_key + r"\1.0": {"@": TITLE},
-        library_key + r"\1.0\0": {},
-        library_key + r"\1.0\0\win64": {"@": library()},
-        library_key + r"\1.0\FLAGS": {"@": "0"},
-        interface_key: {"@": "_CKXData7Obj"},
-        interface_key + r"\ProxyStubClsid32": {"@": "{00020424-0000-0000-C000-000000000046}"},
-        interface_key + r"\TypeLib": {"@": TYPE_LIBRARY, "Version": "1.0"},
-    }
-    return {key.lower(): values for key, values in keys.items()}
-
-
-# What a user's classes stand in; Wine has it with the first one.
-PARENTS: Registry = {key: {} for key in ("", "clsid", "interface", "typelib")}
-
-
 class RegistrationTest(WindowsTest):
     def setUp(self) -> None:
         self.before = wine.classes()
@@ -147,7 +98,7 @@ class RegistrationTest(WindowsTest):
 
     def test_for_all_users(self) -> None:
         self.run_program("regsvr32", "/s", library())
-        self.expect(registration(), {})
+        self.expect(registration(library()), {})
         self.run_program("regsvr32", "/s", "/u", library())
         self.expect({}, {})
         # There is nothing left to take out.
@@ -159,14 +110,14 @@ class RegistrationTest(WindowsTest):
 
     def test_for_one_user(self) -> None:
         self.as_user("DllRegisterServer")
-        self.expect({}, {**PARENTS, **registration()})
+        self.expect({}, {**PARENTS, **registration(library())})
         self.as_user("DllUnregisterServer")
         self.expect({}, PARENTS)
         # A user takes out what is his own, an administrator both.
         self.run_program("regsvr32", "/s", library())
         self.as_user("DllRegisterServer")
         self.as_user("DllUnregisterServer")
-        self.expect(registration(), PARENTS)
+        self.expect(registration(library()), PARENTS)
         self.as_user("DllRegisterServer")
         self.run_program("regsvr32", "/s", "/u", library())
         self.expect({}, PARENTS)
@@ -433,7 +384,8 @@ def prepare() -> None:
         [ROOT / "scripts/package", build], check=True, stdout=subprocess.PIPE, encoding="utf-8"
     )
     [name] = re.findall(r"KXData7-[\d.]+-windows\.zip", package.stdout)
-    archive = build.parent / name
+    archive = installer_test.archive = build.parent / name
+    installer_test.installer = build.parent / name.replace("-windows.zip", ".msi")
     clients = ["cmake", "--build", str(build), "--target", "windows_clients", "--", "--quiet"]
     subprocess.run(clients, check=True, stdout=subprocess.DEVNULL)
 
@@ -449,10 +401,10 @@ def main() -> int:
     except subprocess.CalledProcessError as error:
         print(error.stdout or "", f"Windows tests failed: {error}", sep="\n")
         return 1
-    wine = Wine()
+    wine = installer_test.wine = Wine()
     try:
         loader = unittest.defaultTestLoader
-        kinds = (RegistrationTest, ScriptTest, EarlyBindingTest, ServerTest, ServiceTest, PackageTest)
+        kinds = (RegistrationTest, ScriptTest, EarlyBindingTest, ServerTest, ServiceTest, PackageTest, InstallerTest)
         suite = unittest.TestSuite(loader.loadTestsFromTestCase(kind) for kind in kinds)
         begun = time.monotonic()
         result = unittest.TextTestRunner(sys.stdout, verbosity=2).run(suite)

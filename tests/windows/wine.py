@@ -15,6 +15,8 @@ LONGEST_RUN = 60
 # Key, name of a value, value. Keys are in lower case, the unnamed value is called @.
 Registry = Dict[str, Dict[str, str]]
 VALUE = re.compile(r'(@|"(?:[^"\\]|\\.)*")=(.*)')
+# What the files write after a backslash: that itself, and the number of what is not ASCII.
+ESCAPE = re.compile(r"\\(?:\\|x([0-9a-f]{1,4}))")
 
 
 def windows_path(path: pathlib.Path) -> str:
@@ -23,7 +25,8 @@ def windows_path(path: pathlib.Path) -> str:
 
 
 class Wine:
-    """One Windows, from its installation to its end. It shows nothing and has no Mono and no browser."""
+    """One Windows, from its installation to its end. It shows nothing and has no Mono and no browser, and its start
+    menu does not become that of this machine."""
 
     def __init__(self) -> None:
         self._folder = tempfile.TemporaryDirectory(prefix="kxdata7-wine-")
@@ -35,7 +38,7 @@ class Wine:
             WINEARCH="win64",
             WINEDEBUG="-all",
             LC_ALL="C.UTF-8",  # how programs are given their arguments
-            WINEDLLOVERRIDES="mscoree=;mshtml=",
+            WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=",
         )
         try:
             self.run("wineboot", "--init", timeout=180).check_returncode()
@@ -72,11 +75,21 @@ class Wine:
         self.shut_down()
         return self._classes("system.reg"), self._classes("user.reg")
 
+    def mentions(self, pattern: str) -> List[str]:
+        """The keys and values of the registry that the pattern fits."""
+        self.shut_down()
+        lines = [line for file in ("system.reg", "user.reg") for line in self._lines(file)]
+        return [line for line in lines if re.search(pattern, line, re.IGNORECASE)]
+
+    def _lines(self, file: str) -> List[str]:
+        text = (self.folder / "prefix" / file).read_text("utf-8", errors="replace")
+        text = ESCAPE.sub(lambda escape: chr(int(escape[1], 16)) if escape[1] else escape[0], text)
+        return text.replace("\\\n", "").splitlines()
+
     def _classes(self, file: str) -> Registry:
         keys: Registry = {}
         values: Dict[str, str] = {}
-        text = (self.folder / "prefix" / file).read_text("utf-8", errors="replace")
-        for line in text.replace("\\\n", "").splitlines():
+        for line in self._lines(file):
             if line.startswith("["):
                 path = line[1 : line.rindex("]")].lower().split("\\\\")
                 values = {}
