@@ -3,8 +3,8 @@
 
     installer.py FOLDER VERSION INSTALLER
 
-It installs for all users, with ALLUSERS="" on msiexec's command line for the caller alone. The time in it is the one of
-SOURCE_DATE_EPOCH.
+It installs for all users, with ALLUSERS=2 MSIINSTALLPERUSER=1 on msiexec's command line for the caller alone: Windows
+then takes ALLUSERS away and asks for no rights. The time in it is the one of SOURCE_DATE_EPOCH.
 """
 
 from __future__ import annotations
@@ -62,14 +62,14 @@ OWN_KEY = "Software\\KXData7"
 # registrations a program would get the one or the other, by the rights that it happens to have.
 CONDITIONS = [
     (
-        "REMOVE OR REINSTALL OR NOT FOLDERFORALL OR ALLUSERS",
+        "REMOVE OR REINSTALL OR NOT FOLDERFORALL OR ALLUSERS=1",
         "KXData7 is installed for all users of this computer: use that, or have it removed before you install it for"
         " yourself.",
     ),
     (
-        "REMOVE OR REINSTALL OR NOT FOLDERFORONE OR NOT ALLUSERS",
-        "KXData7 is installed for you alone. To upgrade that, say ALLUSERS=\"\" behind the installer in"
-        " msiexec's command line; to install it for all users, remove it first.",
+        "REMOVE OR REINSTALL OR NOT FOLDERFORONE OR NOT ALLUSERS=1",
+        "KXData7 is installed for you alone. To upgrade that, say ALLUSERS=2 MSIINSTALLPERUSER=1 behind the installer"
+        " in msiexec's command line; to install it for all users, remove it first.",
     ),
 ]
 # Properties, their values and when they are set. Repair and removal are for whom the installation is, where it is.
@@ -78,7 +78,7 @@ SETTINGS = [
     ("ALLUSERS", "{}", "FOLDERFORONE AND (REMOVE OR REINSTALL)"),
     ("INSTALLFOLDER", "[FOLDERFORALL]", "FOLDERFORALL"),
     ("INSTALLFOLDER", "[FOLDERFORONE]", "FOLDERFORONE"),
-    ("INSTALLFOLDER", "[LocalAppDataFolder]Programs\\KXData7", "NOT INSTALLFOLDER AND NOT ALLUSERS"),
+    ("INSTALLFOLDER", "[LocalAppDataFolder]Programs\\KXData7", "NOT INSTALLFOLDER AND NOT ALLUSERS=1"),
 ]
 # The first place in the order of what is done that comes after the conditions.
 AFTER_CONDITIONS = 101

@@ -1,6 +1,7 @@
 """The Windows installer under Wine: installed for all users and for one, used, repaired, upgraded and removed.
 
 Wine's "msiexec /f" knows no file and does nothing to a product's code: what it stands for is given by its properties.
+So is MSIINSTALLPERUSER, which Wine has not: it takes ALLUSERS away.
 """
 
 from __future__ import annotations
@@ -120,7 +121,7 @@ class InstallerTest(unittest.TestCase):
         self.expect_nothing()
 
     def test_upgrade(self) -> None:
-        """From a version with a file that the later one has no more, to where that one was."""
+        # From a version with a file that the later one has no more, to where that one was.
         older = wine.folder / "older.msi"
         with zipfile.ZipFile(archive) as package:
             package.extractall(wine.folder / "older")
