@@ -47,7 +47,7 @@ if(CMAKE_CROSSCOMPILING)
   target_link_libraries(kxdata7_cli INTERFACE ws2_32 mswsock)
   # The newer ones; windows.h would bring the older ones before.
   set(socket_sources views/server.cpp inputs/links.cpp inputs/name_lookups.cpp inputs/tcp_link.cpp inputs/adapter_link.cpp
-                     inputs/agent_link.cpp inputs/probe.cpp inputs/collector.cpp inputs/check_sources.cpp
+                     inputs/agent_link.cpp inputs/probe.cpp inputs/collector.cpp
                      tools/collect_command.cpp)
   list(TRANSFORM socket_sources PREPEND ${PROJECT_SOURCE_DIR}/)
   set_property(SOURCE ${socket_sources} APPEND PROPERTY COMPILE_DEFINITIONS WIN32_LEAN_AND_MEAN NOMINMAX)

@@ -53,7 +53,6 @@ void LiveSource::OnOpened() {
 
 void LiveSource::OnLost(const std::string& why) {
   is_open_ = false;
-  why_ = why;
   if (lost_since_) return;
   const auto now = Clock::now();
   lost_since_ = now;
@@ -105,14 +104,6 @@ void LiveSource::Take(std::string_view text, Moment arrival) {
 void LiveSource::SaveState() {
   if (!std::exchange(changed_, false)) return;
   around_.batch.states[known_.source.machine_id] = NamedValuesText(reader_.Save());
-}
-
-std::string LiveSource::Taken() const {
-  const std::string taken = reader_.Taken();
-  if (!taken.empty()) return Concat("takes ", taken);
-  const std::string seen = reader_.KeysSeen();
-  return seen.empty() ? "has told nothing yet"
-                      : Concat("tells nothing that its mapping takes; it told ", seen);
 }
 
 }  // namespace kx::tool

@@ -58,10 +58,6 @@ class LiveSource final : public LinkOwner {
   bool is_open() const { return is_open_; }
   std::int64_t lines() const { return lines_; }
   std::int64_t events() const { return events_; }
-  const std::string& why() const { return why_; }  // it was lost
-  // "takes execution from pexecution", or what it tells instead.
-  std::string Taken() const;
-  bool TakesSomething() const { return !reader_.Taken().empty(); }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -73,7 +69,6 @@ class LiveSource final : public LinkOwner {
   Surroundings& around_;
   MachineReader reader_;
   bool is_open_ = false;
-  std::string why_;
   bool changed_ = false;  // since its state was saved
   std::int64_t lines_ = 0, events_ = 0;
   // Of a link that was lost: since when, and whether that was said.

@@ -4,6 +4,7 @@
 #include <array>
 #include <boost/asio/io_context.hpp>
 #include <memory>
+#include <ostream>
 #include <unordered_map>
 
 #include "database/ascii.h"
@@ -17,6 +18,9 @@ namespace {
 
 constexpr std::size_t kMostKeys = 500;
 constexpr std::size_t kLongestValue = 60;
+constexpr std::chrono::milliseconds kBetweenLooks{50};
+// Of a check: until all have answered or failed, and what they then have to tell something.
+constexpr std::chrono::seconds kLongestCheck{12}, kListening{2};
 
 class ProbedSource : public LinkOwner {
  public:
@@ -47,6 +51,7 @@ class ProbedSource : public LinkOwner {
       reader_.notices().Say(Notices::Kind::kRefused, error.what(), error.what());
     }
   }
+  std::string Takes() const { return reader_.Taken(); }
   const std::map<Item, std::string>& taken() const {
     return is_agent_ ? reader_.agent_reader().taken() : reader_.reader().taken();
   }
@@ -112,6 +117,14 @@ void Guess(Probe& probe) {
   }
 }
 
+std::string ListOf(const std::vector<ProbedKey>& keys) {
+  constexpr std::size_t kMostNamed = 40;
+  std::string text;
+  for (std::size_t i = 0; i < std::min(keys.size(), kMostNamed); ++i)
+    Append(text, i == 0 ? "; it told " : ", ", keys[i].key);
+  return keys.size() > kMostNamed ? text + ", …" : text;
+}
+
 }  // namespace
 
 std::vector<Probe> ProbeSources(const std::vector<InputSource>& sources, std::chrono::milliseconds time,
@@ -133,16 +146,48 @@ std::vector<Probe> ProbeSources(const std::vector<InputSource>& sources, std::ch
   }
   for (const auto end = std::chrono::steady_clock::now() + time;
        std::chrono::steady_clock::now() < end && !(enough && enough(probes));) {
-    io.run_one_until(end);
+    io.run_one_until(std::min(end, std::chrono::steady_clock::now() + kBetweenLooks));
   }
   open.clear();
   for (std::size_t i = 0; i < sources.size(); ++i) {
     if (probed[i] == nullptr) continue;
     if (!probes[i].opened && probes[i].lost.empty()) probes[i].lost = "no answer within the time";
     probes[i].taken = probed[i]->taken();
+    probes[i].takes = probed[i]->Takes();
     Guess(probes[i]);
   }
   return probes;
+}
+
+bool CheckSources(Plant& plant, std::ostream& out) {
+  std::vector<InputSource> sources = ReadSources(plant);
+  RequireLive(sources);
+  std::optional<std::chrono::steady_clock::time_point> end;
+  const auto enough = [&](const std::vector<Probe>& so_far) {
+    const auto now = std::chrono::steady_clock::now();
+    const auto is_decided = [](const Probe& probe) { return probe.opened || !probe.lost.empty(); };
+    if (!end && std::ranges::all_of(so_far, is_decided)) end = now + kListening;
+    return end && now >= *end;
+  };
+  const std::vector<Probe> probes = ProbeSources(sources, kLongestCheck, enough);
+  bool all = true;
+  for (std::size_t i = 0; i < sources.size(); ++i) {
+    const Probe& probe = probes[i];
+    std::string name = Concat("machine ", sources[i].machine_id);
+    std::string fault = probe.lost;
+    try {
+      name = plant.FindMachine(sources[i].machine_id).name;
+    } catch (const ToolError& error) {
+      fault = error.what();
+    }
+    if (fault.empty() && probe.takes.empty())
+      fault = Concat("answers, and tells nothing that its mapping takes", ListOf(probe.keys));
+    all &= fault.empty();
+    out << (fault.empty() ? "ok      " : "failed  ") << name << ", " << sources[i].address << ": "
+        << (fault.empty() ? Concat("answers, takes ", probe.takes) : fault) << '\n';
+    for (const std::string& notice : probe.notices) out << "note    " << name << ": " << notice << '\n';
+  }
+  return all;
 }
 
 std::string ProposedMapping(const InputSource& source, const Probe& probe) {

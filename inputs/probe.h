@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <map>
 #include <string>
 #include <vector>
@@ -28,6 +29,7 @@ struct Probe {
   std::size_t received = 0;
   std::vector<ProbedKey> keys;          // as they came first
   std::map<Item, std::string> taken;    // by the mapping as it is
+  std::string takes;                    // the same as a text: "execution from exec"
   std::map<Item, std::string> guessed;  // of those that are not taken: a key whose name or values would fit
   std::vector<std::string> notices;
 };
@@ -39,5 +41,9 @@ std::vector<Probe> ProbeSources(const std::vector<InputSource>& sources, std::ch
 
 // The lines of the plant's file that would make what was found the source's mapping.
 std::string ProposedMapping(const InputSource& source, const Probe& probe);
+
+// Hears every source of the plant until all have answered or failed, and two seconds more, and says of each
+// in a line what it found. False when one cannot be used.
+bool CheckSources(Plant& plant, std::ostream& out);
 
 }  // namespace kx::tool

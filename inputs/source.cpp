@@ -10,6 +10,11 @@ std::vector<InputSource> ReadSources(Plant& plant) {
                 "MACHINE_ID"));
 }
 
+void RequireLive(std::vector<InputSource>& sources) {
+  std::erase_if(sources, [](const InputSource& source) { return source.kind.empty(); });
+  if (sources.empty()) throw ToolError("no machine has an adapter or an agent; the plant's file names them");
+}
+
 std::vector<InputSource> SourcesOf(const Rows& rows) {
   std::vector<InputSource> sources;
   for (std::size_t i = 0; i < rows.count(); ++i) {

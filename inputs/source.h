@@ -19,6 +19,8 @@ struct InputSource {
 };
 
 std::vector<InputSource> ReadSources(Plant& plant);
+// Drops those of which there are only recordings; a ToolError when no other is left.
+void RequireLive(std::vector<InputSource>& sources);
 // Those in rows of machine, kind, address and mapping.
 std::vector<InputSource> SourcesOf(const Rows& rows);
 // How the input of a machine is read; the defaults where the plant says nothing.

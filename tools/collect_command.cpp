@@ -3,8 +3,8 @@
 #include <memory>
 
 #include "database/ascii.h"
-#include "inputs/check_sources.h"
 #include "inputs/collector.h"
+#include "inputs/probe.h"
 #include "plant/plant_settings.h"
 #include "plant/platform.h"
 #include "plant/service_line.h"

@@ -9,6 +9,7 @@
 #include "inputs/recorded_input.h"
 #include "inputs/source.h"
 #include "inputs/time_guard.h"
+#include "plant/guard.h"
 #include "plant/platform.h"
 #include "plant/progress.h"
 #include "plant/queue.h"
@@ -84,6 +85,23 @@ ShdrOptions ReaderOptions(Plant& plant, Importer& importer, const ImportOptions&
   return options;
 }
 
+// Keeps what is known of a machine from the collector, which listens to it, as long as the guard lives; none
+// is needed when nobody listens, or nothing of what is known is used.
+std::unique_ptr<Guard> KeepCollectorOut(Plant& plant, const PlantOptions& options,
+                                        const ImportOptions& import, const Machine& machine) {
+  const std::vector<InputSource> sources = ReadSources(plant);
+  const bool is_heard = std::ranges::any_of(sources, [&](const InputSource& source) {
+    return source.machine_id == machine.id && !source.address.empty();
+  });
+  if (!is_heard || import.guard.allow_old) return nullptr;
+  try {
+    return std::make_unique<Guard>(options, Guard::Work::kCollecting);
+  } catch (const GuardError& error) {
+    throw ToolError(Concat(machine.name, " is listened to, and would be counted twice (--allow-old lets a ",
+                           "recording of before through): ", error.what()));
+  }
+}
+
 void Show(const std::string& file, std::vector<BadLine> lines, std::ostream& output, const char* kind) {
   std::ranges::stable_sort(lines, {}, &BadLine::line);
   for (std::size_t i = 0; i < std::min(lines.size(), kMostShown); ++i)
@@ -95,6 +113,7 @@ void Show(const std::string& file, std::vector<BadLine> lines, std::ostream& out
 // Lines as they come, from the standard input: queued and committed whenever no more is there.
 int ImportStream(Plant& plant, const PlantOptions& plant_options, const ImportOptions& import) {
   Importer importer(plant, import, DatabaseTime(plant, plant_options.dialect));
+  const auto guard_of_state = KeepCollectorOut(plant, plant_options, import, importer.OwnMachine());
   const ShdrOptions options = ReaderOptions(plant, importer, import);
   std::size_t number = 0;
   std::size_t queued = 0;
@@ -107,7 +126,11 @@ int ImportStream(Plant& plant, const PlantOptions& plant_options, const ImportOp
   machine.Load(options.state);
   RecordedSection section(options.machine);
   TimeGuard& guard = importer.GuardOf(importer.OwnMachine());
-  const std::string name = StateName(importer.OwnMachine().id);
+  const auto commit = [&] {
+    if (!import.guard.allow_old)
+      SaveState(plant, StateName(importer.OwnMachine().id), NamedValuesText(machine.Save()));
+    plant.db.Commit();
+  };
   std::string line;
   while (++number, ReadBoundedLine(std::cin, line)) {
     try {
@@ -126,13 +149,10 @@ int ImportStream(Plant& plant, const PlantOptions& plant_options, const ImportOp
     } catch (const ToolError& error) {
       say(Notices::Kind::kRefused, error.what());
     }
-    if (!plant.db.in_transaction() || std::cin.rdbuf()->in_avail() > 0) continue;
-    SaveState(plant, name, NamedValuesText(machine.Save()));
-    plant.db.Commit();
+    if (plant.db.in_transaction() && std::cin.rdbuf()->in_avail() <= 0) commit();
   }
   if (!plant.db.in_transaction()) plant.db.Begin();
-  SaveState(plant, name, NamedValuesText(machine.Save()));
-  plant.db.Commit();
+  commit();
   std::cout << "Queued " << queued << " events from the standard input, refused " << refused << " lines.\n";
   return refused == 0 ? 0 : 1;
 }
@@ -173,9 +193,11 @@ int Import(const PlantOptions& options, ImportOptions import) {
   std::istringstream input(content);
   Recording recording;
   ShdrOptions reader;
+  std::unique_ptr<Guard> guard_of_state;
   try {
     RequireNewRecording(plant, hash, import.guard);
     if (import.format == "shdr") {
+      guard_of_state = KeepCollectorOut(plant, options, import, importer.OwnMachine());
       reader = ReaderOptions(plant, importer, import);
       std::optional<Moment> last;
       if (const auto moment = reader.state.find("moment"); moment != reader.state.end())

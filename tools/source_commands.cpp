@@ -81,8 +81,7 @@ void PrintProbe(const std::string& name, const InputSource& source, const Probe&
 // 1 when a source was not heard.
 int ProbeAll(Plant& plant, const Options& options) {
   std::vector<InputSource> sources = SourcesOf(plant, options);
-  std::erase_if(sources, [](const InputSource& source) { return source.kind.empty(); });
-  if (sources.empty()) throw ToolError("no machine has an adapter or an agent; the plant's file names them");
+  RequireLive(sources);
   std::cerr << "Listening for " << options.seconds << " s." << std::endl;
   const std::vector<Probe> probes = ProbeSources(sources, std::chrono::seconds(options.seconds));
   bool all = true;

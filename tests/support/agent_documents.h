@@ -16,10 +16,16 @@ inline const bool kIsUtc = setenv("TZ", "UTC", 1) == 0;
 
 // ---- An agent's documents ----
 
+inline std::string ToldAt(int sequence, const std::string& moment, const std::string& element,
+                          const std::string& id, const std::string& value,
+                          const std::string& attributes = "") {
+  return "<" + element + " dataItemId=\"" + id + "\" sequence=\"" + std::to_string(sequence) +
+         "\" timestamp=\"" + moment + "\" " + attributes + ">" + value + "</" + element + ">";
+}
+
 inline std::string Told(int sequence, const std::string& time, const std::string& element,
                         const std::string& id, const std::string& value, const std::string& attributes = "") {
-  return "<" + element + " dataItemId=\"" + id + "\" sequence=\"" + std::to_string(sequence) +
-         "\" timestamp=\"2026-01-12T" + time + "Z\" " + attributes + ">" + value + "</" + element + ">";
+  return ToldAt(sequence, "2026-01-12T" + time + "Z", element, id, value, attributes);
 }
 
 inline std::string Component(const std::string& kind, const std::string& id, const std::string& events,
