@@ -136,6 +136,7 @@ AgentDocument AgentDocument::Parse(std::string_view text) {
   if (!streams || !next) throw NoDocument(text, "streams or the next sequence are missing");
   document.next = *next;
   document.first = Number(header, "firstSequence").value_or(0);
+  document.has_more = Number(header, "lastSequence").value_or(0) >= *next;
   Reader reader(document);
   for (const pugi::xml_node& device : streams) reader.ReadDevice(device);
   return document;

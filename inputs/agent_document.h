@@ -27,6 +27,7 @@ struct AgentDocument {
   std::uint64_t instance = 0;                  // another one: the agent has started again
   std::uint64_t first = 0;                     // the oldest observation that the agent still has
   std::uint64_t next = 0;                      // where the next document goes on
+  bool has_more = false;                       // the agent has told more already than the document holds
   std::string time;                            // the agent's own, when it wrote this
   std::vector<AgentObservation> observations;  // as they stand, by device and component
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <iterator>
 
 #include "database/text.h"
 #include "plant/plant.h"
@@ -66,10 +67,11 @@ std::string AgentReader::NextRequest() const {
 }
 
 std::vector<Report> AgentReader::Read(std::string_view text, Moment arrival, std::optional<Moment> last) {
-  const AgentDocument document = Parse(text);
+  AgentDocument document = Parse(text);
   const bool opening = !instance_;
   if (!document.error.empty() || (!opening && !GoesOn(document))) return {};
   if (opening) BeginWith(document);
+  if (!opening) JoinCutMoments(document);
 
   std::vector<std::pair<const AgentObservation*, Item>> taken;
   for (const AgentObservation& told : document.observations) {
@@ -160,6 +162,27 @@ void AgentReader::BeginWith(const AgentDocument& document) {
   }
   lost_from_.reset();
   instance_ = document.instance;
+}
+
+// What happened at one moment is taken together, though an agent may cut it: the end of a document waits for
+// the next one, when that is there already.
+void AgentReader::JoinCutMoments(AgentDocument& document) {
+  std::vector<AgentObservation>& all = document.observations;
+  all.insert(all.end(), std::make_move_iterator(held_.begin()), std::make_move_iterator(held_.end()));
+  held_.clear();
+  std::ranges::stable_sort(all, {}, &AgentObservation::sequence);
+  // A new connection begins with what was held.
+  const auto is_same = [](const AgentObservation& one, const AgentObservation& other) {
+    return one.sequence == other.sequence;
+  };
+  all.erase(std::unique(all.begin(), all.end(), is_same), all.end());
+  if (!document.has_more || all.empty()) return;
+  auto cut = all.end() - 1;
+  while (cut != all.begin() && (cut - 1)->time == all.back().time) --cut;
+  if (cut == all.begin() || cut->sequence <= next_) return;
+  document.next = cut->sequence;
+  held_.assign(std::make_move_iterator(cut), std::make_move_iterator(all.end()));
+  all.erase(cut, all.end());
 }
 
 AgentReader::Time AgentReader::ReadTime(const std::string& text, Moment arrival) {

@@ -40,9 +40,13 @@ class AgentReader {
     bool is_plant_time;
   };
   AgentDocument Parse(std::string_view text);
-  void AskForAll() { instance_.reset(); }
+  void AskForAll() {
+    instance_.reset();
+    held_.clear();
+  }
   bool GoesOn(const AgentDocument& document);
   void BeginWith(const AgentDocument& document);
+  void JoinCutMoments(AgentDocument& document);
   Time ReadTime(const std::string& text, Moment arrival);
   std::optional<Item> ItemOf(const AgentObservation& told);
   std::optional<Item> FindItem(const AgentObservation& told, bool& is_final);
@@ -56,6 +60,7 @@ class AgentReader {
   Notices& notices_;
   std::optional<std::uint64_t> instance_;  // nothing: the present state is to be asked for
   std::uint64_t next_ = 0;
+  std::vector<AgentObservation> held_;      // of the last document, from next_ on
   std::optional<std::uint64_t> lost_from_;  // of a gap, until the present state tells its end
   int failures_ = 0;
   std::map<Item, std::string> taken_;  // the ids of the data items

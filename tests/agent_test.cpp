@@ -141,6 +141,33 @@ TEST(AgentReaderTest, GoesOnWhereItStoodAndSaysWhatWasLost) {
   EXPECT_EQ(owner.notices.size(), 2u);
 }
 
+// An agent cuts what it tells by number; a moment that it cuts is taken as one all the same.
+TEST(AgentReaderTest, TakesWhatHappenedAtOneMomentTogether) {
+  const auto document = [](int next, const std::string& events) {
+    return Document(7, 1, next, Device("Lathe", Component("Path", "p1", events)), 14);
+  };
+  const std::string known = Told(1, "05:00:00", "Execution", "e", "READY") +
+                            Told(2, "05:00:00", "Program", "p", "A") +
+                            Told(3, "05:00:00", "PartCount", "c", "0");
+  const std::string first = Told(11, "12:01:00", "Execution", "e", "ACTIVE");
+  const std::string begun = Told(12, "12:05:00", "Program", "p", "B");
+  const std::string rest =
+      Told(13, "12:05:00", "PartCount", "c", "1") + Told(14, "12:05:00", "Execution", "e", "READY");
+  const std::string expected = "12:05:00 cycle end\n12:05:00 good <1>\n12:05:00 part start <B>\n";
+  MachineOwner owner;
+  owner.Read(document(11, known));
+  EXPECT_EQ(owner.Read(document(13, first + begun)), "12:01:00 cycle start\n");
+  EXPECT_EQ(owner.NextRequest().substr(0, 15), "sample?from=12&");
+  MachineOwner again;
+  again.reader.Load(owner.reader.Save());
+  EXPECT_EQ(owner.Read(document(15, rest)), expected);          // the stream goes on
+  EXPECT_EQ(again.Read(document(15, begun + rest)), expected);  // a new one
+  // More at one moment than a document holds is not waited for.
+  MachineOwner crowded;
+  crowded.Read(document(11, known));
+  EXPECT_EQ(crowded.Read(document(13, begun)), "12:05:00 part start <B>\n");
+}
+
 TEST(AgentReaderTest, WhatIsNoDocumentIsRefusedInClearWords) {
   std::string nested, bomb = "<!DOCTYPE d [<!ENTITY a \"aaaaaaaaaa\">";
   for (int i = 0; i < 200'000; ++i) nested += "<a>";

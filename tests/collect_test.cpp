@@ -40,27 +40,38 @@ std::string Expected(std::int32_t machine_id, int parts) {
   return text;
 }
 
+// Sends so many parts by each adapter, beginning with number `first`; in the long run a tenth of them every
+// second, for five minutes. Returns the number of the last one.
+int SendParts(std::initializer_list<Adapter*> adapters, int first, int parts) {
+  const int rounds = test::IsLongRun() ? 300 : 1;
+  const int of_a_round = test::IsLongRun() ? parts / 10 : parts;
+  for (int round = 0; round < rounds; ++round, first += of_a_round) {
+    for (Adapter* const adapter : adapters) adapter->Send(Cycles(of_a_round, first));
+    if (test::IsLongRun()) std::this_thread::sleep_for(std::chrono::seconds(1));
+  }
+  std::cout << (first - 1) * 3 << " events of each machine\n";
+  return first - 1;
+}
+
 TEST_F(CollectTest, WhatComesInWhileThePlantIsAwayArrivesUnderItsOwnTimeAndInOrder) {
   Create();
   Adapter one([] { return kOpening; }), two([] { return kOpening; });
   SetSource(1, one.address());
   SetSource(2, two.address());
-  constexpr int kParts = 500;
-  constexpr int kEvents = 2 * (3 * kParts + 1);
+  int parts = 0;
   std::string said;
   {
     Running collector(Options());
     ASSERT_TRUE(Waits(2));
     Plant holder(options_);
     holder.db.Begin();
-    one.Send(Cycles(kParts));
-    two.Send(Cycles(kParts));
+    parts = SendParts({&one, &two}, 1, 500);
     Spool spool(SpoolFile());
-    ASSERT_TRUE(Until([&] { return spool.CountEvents() == kEvents - 2; }));
+    ASSERT_TRUE(Until([&] { return spool.CountEvents() == 6 * parts; }));
     ASSERT_TRUE(
         Until([&] { return collector.Status().ends_with("the plant is out of reach: database is locked"); }));
     holder.db.Rollback();
-    ASSERT_TRUE(Waits(kEvents));
+    ASSERT_TRUE(Waits(6 * parts + 2));
     collector.Stop();
     said = collector.Said();
   }
@@ -70,8 +81,8 @@ TEST_F(CollectTest, WhatComesInWhileThePlantIsAwayArrivesUnderItsOwnTimeAndInOrd
   std::string of_one, of_two;
   std::istringstream lines(Queue());
   for (std::string line; std::getline(lines, line);) (line[0] == '1' ? of_one : of_two) += line + "\n";
-  EXPECT_EQ(of_one, Expected(1, kParts));
-  EXPECT_EQ(of_two, Expected(2, kParts));
+  EXPECT_EQ(of_one, Expected(1, parts));
+  EXPECT_EQ(of_two, Expected(2, parts));
 }
 
 TEST_F(CollectTest, AServerThatStopsUnderLoadGetsEverythingAfterwards) {
@@ -91,22 +102,23 @@ TEST_F(CollectTest, AServerThatStopsUnderLoadGetsEverythingAfterwards) {
     }
   }
   options_.plant = server.ConnectionString(database, "hall");
-  constexpr int kParts = 400;
+  constexpr int kPartsBefore = 200;
+  int parts = 0;
   {
     Running collector(Options());
     ASSERT_TRUE(Waits(1));
-    adapter.Send(Cycles(kParts / 2));
+    adapter.Send(Cycles(kPartsBefore));
     ASSERT_TRUE(Until([&] { return Number("select count(*) from T_SFC_MDC_LOG") > 1; }));
     server.Kill();
-    adapter.Send(Cycles(kParts / 2, kParts / 2 + 1));
+    parts = SendParts({&adapter}, kPartsBefore + 1, 200);
     Spool spool(SpoolFile());
-    ASSERT_TRUE(Until([&] { return spool.CountEvents() >= 3 * kParts / 2; }));
+    ASSERT_TRUE(Until([&] { return spool.CountEvents() >= 3 * (parts - kPartsBefore); }));
     ASSERT_TRUE(
         Until([&] { return collector.Status().find("the plant is out of reach: ") != std::string::npos; }));
     server.Start();
-    ASSERT_TRUE(Waits(3 * kParts + 1));
+    ASSERT_TRUE(Waits(3 * parts + 1));
   }
-  EXPECT_EQ(Queue(), Expected(1, kParts));
+  EXPECT_EQ(Queue(), Expected(1, parts));
 }
 
 // A collector may start while the plant is away, when it knows the machines; and a cycle that ended while it

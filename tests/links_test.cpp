@@ -173,7 +173,7 @@ TEST_F(LinksTest, WhatAnAdapterMaySendIsBounded) {
   ASSERT_TRUE(Until([&] { return !server.connections.empty(); }));
   std::string binary;
   for (int i = 0; i < 4096; ++i) binary += static_cast<char>(i * 7);
-  server.Send(binary + "\n" + std::string(20 * kLongestLine, 'x') + "\nafter\n");
+  server.Send(binary + "\n" + std::string(100 * kLongestLine, 'x') + "\nafter\n");
   ASSERT_TRUE(Until([&] { return !heard.texts.empty() && heard.texts.back() == "after"; }));
   ASSERT_GE(heard.texts.size(), 3u);
   EXPECT_EQ(heard.texts[heard.texts.size() - 2], std::string(kLongestLine, 'x'));
@@ -265,29 +265,29 @@ TEST_F(LinksTest, ANameThatHangsKeepsNobodyWaiting) {
     return {"127.0.0.1"};
   };
   Server server(io);
-  std::deque<Heard> hang(20);
+  std::deque<Heard> hang(40);  // more than are looked up at a time
   std::vector<std::unique_ptr<SourceLink>> all;
-  for (std::size_t i = 0; i < hang.size(); ++i)
-    all.push_back(links().OpenAdapter(server.address("hangs" + std::to_string(i)), hang[i]));
   Heard numeric, unknown;
   all.push_back(links().OpenAdapter(server.address("good"), heard));
-  all.push_back(links().OpenAdapter(server.address(), numeric));
   all.push_back(links().OpenAdapter(server.address("unknown"), unknown));
+  for (std::size_t i = 0; i < hang.size(); ++i)
+    all.push_back(links().OpenAdapter(server.address("hangs" + std::to_string(i)), hang[i]));
+  all.push_back(links().OpenAdapter(server.address(), numeric));
   ASSERT_TRUE(Until([&] { return heard.opened == 1 && numeric.opened == 1 && !unknown.lost.empty(); }));
   EXPECT_EQ(unknown.lost[0], "the name unknown cannot be looked up: Host not found");
-  ASSERT_TRUE(Until([&] { return hang[19].lost.size() >= 2; }));
-  EXPECT_EQ(hang[19].lost[0], "the name hangs19 cannot be looked up: no answer within 30 ms");
+  ASSERT_TRUE(Until([&] { return hang.back().lost.size() >= 2; }));
+  EXPECT_EQ(hang.back().lost[0], "the name hangs39 cannot be looked up: no answer within 30 ms");
 
   // The address that the name had last does when nobody knows better.
   for (const auto& connection : server.connections) connection->socket.close();
   ASSERT_TRUE(Until([&] { return heard.opened == 2; }));
   {
     const std::lock_guard lock(gate->mutex);
-    EXPECT_EQ(gate->looked_up, 2);
+    EXPECT_LE(gate->looked_up, 2);
     gate->is_open = true;
   }
   gate->opened.notify_all();
-  ASSERT_TRUE(Until([&] { return hang[19].opened == 1; }));
+  ASSERT_TRUE(Until([&] { return hang.back().opened == 1; }));
 }
 
 TEST_F(LinksTest, AddressesThatAreNoneAreRefused) {

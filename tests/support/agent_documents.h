@@ -38,12 +38,13 @@ inline std::string Device(const std::string& name, const std::string& components
   return "<DeviceStream name=\"" + name + "\" uuid=\"uuid-" + name + "\">" + components + "</DeviceStream>";
 }
 
-inline std::string Document(int instance, int first, int next, const std::string& devices) {
+inline std::string Document(int instance, int first, int next, const std::string& devices, int last = 0) {
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<m:Document xmlns:m=\"urn:m\"><m:Header "
          "creationTime=\"2026-01-12T12:00:00Z\" "
          "instanceId=\"" +
-         std::to_string(instance) + "\" firstSequence=\"" + std::to_string(first) + "\" nextSequence=\"" +
-         std::to_string(next) + "\"/><m:Streams>" + devices + "</m:Streams></m:Document>";
+         std::to_string(instance) + "\" firstSequence=\"" + std::to_string(first) + "\" lastSequence=\"" +
+         std::to_string(last) + "\" nextSequence=\"" + std::to_string(next) + "\"/><m:Streams>" + devices +
+         "</m:Streams></m:Document>";
 }
 
 inline std::string PathDocument(int first, int next, const std::string& events) {

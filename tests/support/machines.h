@@ -210,7 +210,7 @@ class RecordedAgent : public Loopback {
       Append(answer, "text/xml\r\n\r\n", Current());
     } else {
       answer += "multipart/x-mixed-replace;boundary=b\r\n\r\n";
-      constexpr std::size_t kObservations = 100;  // a document
+      constexpr std::size_t kObservations = 7;  // a document; lines are cut by it
       std::size_t next = std::stoul(request.substr(from + kFrom.size()));
       do {
         const std::string document = Sample(next, std::min(next + kObservations, Next()));
@@ -244,7 +244,8 @@ class RecordedAgent : public Loopback {
           ToldAt(static_cast<int>(i) + 1, told_[i].time, element, told_[i].key, told_[i].value);
     }
     return Document(instance_, 1, static_cast<int>(next),
-                    Device("Cell", Component("Path", "p", path) + Component("Controller", "c", controller)));
+                    Device("Cell", Component("Path", "p", path) + Component("Controller", "c", controller)),
+                    static_cast<int>(told_.size()));
   }
   static std::string ElementOf(const std::string& key) {
     for (const auto& [ending, element] : {std::pair("avail", "Availability"),
