@@ -1,5 +1,6 @@
 // One machine's words by every way in, cut at many places: the plant has the same rows each time.
 #include <algorithm>
+#include <random>
 #include <set>
 
 #include "inputs/recorded_input.h"
@@ -49,9 +50,9 @@ class MachineWaysTest : public CollectTest {
     for (std::size_t i = 1; test::IsLongRun() && i < lines_.size(); ++i) cuts.insert(i);
     cuts.erase(cuts.begin(), cuts.lower_bound(2));  // a comment alone is no recording
     std::size_t begin = 0;
-    std::size_t number = 0;
+    std::mt19937 random(18);
     for (const std::size_t cut : cuts) {
-      if (number++ % static_cast<std::size_t>(test::Stride(5)) != 0) continue;
+      if (random() % static_cast<unsigned>(test::Stride(5)) != 0) continue;
       pieces_.emplace_back(lines_.begin() + static_cast<std::ptrdiff_t>(begin),
                            lines_.begin() + static_cast<std::ptrdiff_t>(cut));
       begin = cut;

@@ -32,10 +32,7 @@ class Loopback {
   using Socket = std::shared_ptr<boost::asio::ip::tcp::socket>;
 
   // `serve` is called with every connection.
-  explicit Loopback(std::function<void(const Socket&)> serve) : serve_(std::move(serve)) {
-    Accept();
-    thread_ = std::thread([this] { io_.run(); });
-  }
+  explicit Loopback(std::function<void(const Socket&)> serve) : serve_(std::move(serve)) {}
   ~Loopback() { Stop(); }
   Loopback(const Loopback&) = delete;
   Loopback& operator=(const Loopback&) = delete;
@@ -59,7 +56,12 @@ class Loopback {
     boost::asio::read_until(*socket, boost::asio::dynamic_buffer(request), "\r\n\r\n", ignored);
     return request;
   }
-  // Before what `serve` uses is gone.
+  // Once what `serve` uses is there.
+  void Start() {
+    Accept();
+    thread_ = std::thread([this] { io_.run(); });
+  }
+  // Before it is gone.
   void Stop() {
     io_.stop();
     if (thread_.joinable()) thread_.join();
@@ -90,7 +92,9 @@ class WebServer : public Loopback {
           ReadRequest(socket);
           Write(socket, answer_);
         }),
-        answer_(std::move(answer)) {}
+        answer_(std::move(answer)) {
+    Start();
+  }
   ~WebServer() { Stop(); }
 
  private:
@@ -109,7 +113,9 @@ class Adapter : public Loopback {
           Write(socket, opening_());
           Watch(socket);
         }),
-        opening_(std::move(opening)) {}
+        opening_(std::move(opening)) {
+    Start();
+  }
   ~Adapter() { Stop(); }
 
   void Send(const std::string& text) {
@@ -165,7 +171,7 @@ class Adapter : public Loopback {
 // An agent of one device, with what an adapter's lines tell it. A stream ends when it has told all.
 class RecordedAgent : public Loopback {
  public:
-  RecordedAgent() : Loopback([this](const Socket& socket) { Serve(socket); }) {}
+  RecordedAgent() : Loopback([this](const Socket& socket) { Serve(socket); }) { Start(); }
   ~RecordedAgent() { Stop(); }
 
   void Tell(const std::vector<std::string>& lines) {
