@@ -71,7 +71,7 @@ std::vector<Report> AgentReader::Read(std::string_view text, Moment arrival, std
   const bool opening = !instance_;
   if (!document.error.empty() || (!opening && !GoesOn(document))) return {};
   if (opening) BeginWith(document);
-  if (!opening) JoinCutMoments(document);
+  if (!opening && (document.has_more || !held_.empty())) JoinCutMoments(document);
 
   std::vector<std::pair<const AgentObservation*, Item>> taken;
   for (const AgentObservation& told : document.observations) {
