@@ -4,84 +4,11 @@
 
 #include "database/table_key.h"
 #include "database/text.h"
+#include "plant/kinds.h"
 #include "plant/schema_version.h"
 
 namespace kx::tool {
 namespace {
-
-// Where the things of a kind are kept, and which tables refer to them by the column of their key.
-struct Kind {
-  std::string_view noun;
-  std::string_view table;
-  std::string_view name_column;
-  std::vector<std::string_view> referring = {};
-  bool in_events = false;  // events that wait name it
-};
-
-const Kind kDepartment = {"department",
-                          "T_SFC_DEPT",
-                          "DEPT_NAME",
-                          {"T_SFC_MACHINE_DATA", "T_SFC_EVENT", "T_SFC_MDC_LOG", "T_SFC_MDC_LOG_ASIDE"}};
-const Kind kLocation = {"location", "T_SFC_LOCATION", "LOCATION_NAME", kDepartment.referring};
-const Kind kGroup = {"group", "T_SFC_GROUP", "GROUP_NAME", kDepartment.referring};
-const Kind kMachine = {
-    "machine", "T_SFC_MACHINE", "MACHINE_NAME", {"T_SFC_EVENT", "T_SFC_MDC_LOG", "T_SFC_MDC_LOG_ASIDE"}};
-const Kind kCommand = {"command",
-                       "T_SFC_COMMAND",
-                       "COMMAND_NAME",
-                       {"T_SFC_EVENT", "T_SFC_MACHINE_EVENT", "T_SFC_MDC_LOG", "T_SFC_MDC_LOG_ASIDE"}};
-const Kind kShift = {
-    "shift", "T_SFC_SHIFT", "SHIFT_NAME", {"T_SFC_MACHINE_DATA", "T_SFC_USER", "T_SFC_MACHINE_SHIFT"}};
-const Kind kOperator = {"operator", "T_SFC_USER", "USER_NAME", {"T_SFC_MACHINE_DATA"}, true};
-const Kind kJob = {"job", "T_SFC_JOB", "JOB_NUMBER", {"T_SFC_MACHINE_DATA"}, true};
-const Kind kPart = {"part", "T_SFC_PART", "PART_NUMBER", {"T_SFC_MACHINE_DATA", "T_SFC_PART_PER_JOB"}, true};
-const Kind kOperation = {"operation", "T_SFC_OP", "OP_NUMBER", {"T_SFC_MACHINE_DATA"}, true};
-const Kind kDowntime = {
-    "downtime code", "T_SFC_DOWNTIME_CODE", "DOWNTIME_CODE_NUMBER", {"T_SFC_DT_PER_MACHINE_DATA"}, true};
-const Kind kInterval = {"interval", "T_SFC_INTERVAL", ""};
-const Kind kScrap = {"scrap code", "T_SFC_SCRAP_CODE", "SCRAP_CODE_NUMBER", {"T_SFC_SCRAP_PER_MACHINE_DATA"}};
-
-constexpr std::array<std::string_view, 7> kDayColumns = {
-    "MON_INTERVAL_ID", "TUE_INTERVAL_ID", "WED_INTERVAL_ID", "THU_INTERVAL_ID",
-    "FRI_INTERVAL_ID", "SAT_INTERVAL_ID", "SUN_INTERVAL_ID"};
-
-// A field as the plant keeps it. One that refers to another thing holds the thing's name, empty for none.
-struct Field {
-  std::string_view label;
-  std::string_view column;
-  Value value;
-  const Kind* refers_to = nullptr;
-};
-
-Value TextOrNull(const std::string& text) { return text.empty() ? Value() : Value(text); }
-Value NumberOrNull(const std::optional<std::int32_t>& number) { return number ? Value(*number) : Value(); }
-
-std::vector<Field> FieldsOf(const Thing&) { return {}; }
-std::vector<Field> FieldsOf(const NumberedThing& thing) {
-  return {{"number", "VELKARIS_ID", NumberOrNull(thing.number)}};
-}
-std::vector<Field> FieldsOf(const PlantCommand& command) {
-  return {{"number", "VELKARIS_ID", NumberOrNull(command.number)},
-          {"type", "COMMAND_TYPE_CODE", command.type_code}};
-}
-std::vector<Field> FieldsOf(const Operator& person) {
-  return {{"shift", "SHIFT_ID", TextOrNull(person.shift), &kShift}};
-}
-std::vector<Field> FieldsOf(const Part& part) { return {{"type", "PART_TYPE_ID", NumberOrNull(part.type)}}; }
-std::vector<Field> FieldsOf(const DowntimeCode& code) {
-  return {{"name", "DOWNTIME_CODE_NAME", TextOrNull(code.label)},
-          {"kind", "DOWNTIME_TYPE_CODE", code.kind},
-          {"ignore_cycles", "CYCLE_STATUS_LOCK", code.ignore_cycles ? 1 : 0}};
-}
-std::vector<Field> FieldsOf(const ScrapCode& code) {
-  return {{"name", "SCRAP_CODE_NAME", TextOrNull(code.label)},
-          {"default", "SCRAP_CODE_TYPE_CODE", code.is_default ? -1 : 0}};
-}
-std::vector<Field> PlaceOf(const PlantMachine& machine) {
-  return {{"department", "DEPT_ID", TextOrNull(machine.department), &kDepartment},
-          {"location", "LOCATION_ID", TextOrNull(machine.location), &kLocation},
-          {"group", "GROUP_ID", TextOrNull(machine.group), &kGroup}};
-}
 
 std::string Shown(const Value& value) { return value.IsNull() ? "none" : Concat("\"", value.ToText(), "\""); }
 std::string Listed(const std::vector<std::string>& names) {
@@ -104,18 +31,18 @@ class Applier {
       : plant_(plant), wanted_(wanted), present_(DescribePlant(plant)), start_(start), prune_(prune) {}
 
   Applied Apply() {
-    ApplyKind(kDepartment, wanted_.departments, present_.departments);
-    ApplyKind(kLocation, wanted_.locations, present_.locations);
-    ApplyKind(kGroup, wanted_.groups, present_.groups);
-    ApplyKind(kOperation, wanted_.operations, present_.operations);
-    ApplyKind(kCommand, wanted_.commands, present_.commands);
-    ApplyKind(kShift, wanted_.shifts, present_.shifts);
-    ApplyKind(kOperator, wanted_.operators, present_.operators);
-    ApplyKind(kPart, wanted_.parts, present_.parts);
-    ApplyKind(kJob, wanted_.jobs, present_.jobs);
-    ApplyKind(kDowntime, wanted_.downtimes, present_.downtimes);
-    ApplyKind(kScrap, wanted_.scrap, present_.scrap);
-    ApplyKind(kMachine, wanted_.machines, present_.machines);
+    ApplyKind(kDepartmentKind, wanted_.departments, present_.departments);
+    ApplyKind(kLocationKind, wanted_.locations, present_.locations);
+    ApplyKind(kGroupKind, wanted_.groups, present_.groups);
+    ApplyKind(kOperationKind, wanted_.operations, present_.operations);
+    ApplyKind(kCommandKind, wanted_.commands, present_.commands);
+    ApplyKind(kShiftKind, wanted_.shifts, present_.shifts);
+    ApplyKind(kOperatorKind, wanted_.operators, present_.operators);
+    ApplyKind(kPartKind, wanted_.parts, present_.parts);
+    ApplyKind(kJobKind, wanted_.jobs, present_.jobs);
+    ApplyKind(kDowntimeCodeKind, wanted_.downtimes, present_.downtimes);
+    ApplyKind(kScrapCodeKind, wanted_.scrap, present_.scrap);
+    ApplyKind(kMachineKind, wanted_.machines, present_.machines);
     ApplyOptions();
     if (applied_.problems.empty()) Leave();
     return std::move(applied_);
@@ -200,7 +127,7 @@ class Applier {
   // The value as the column holds it.
   Value Stored(const Field& field) {
     if (field.refers_to == nullptr || field.value.IsNull()) return field.value;
-    if (field.refers_to == &kInterval) return IntervalId(field.value.ToText());
+    if (field.refers_to == &kIntervalKind) return IntervalId(field.value.ToText());
     return ids_[field.refers_to][field.value.ToText()];
   }
 
@@ -217,7 +144,7 @@ class Applier {
       std::string columns(kind.name_column);
       std::string marks = "?";
       std::vector<Value> values = {thing.name};
-      for (const Field& field : AllFields(thing)) {
+      for (const Field& field : FieldsOf(thing)) {
         Append(columns, ", ", field.column);
         marks += ", ?";
         values.push_back(Stored(field));
@@ -242,8 +169,8 @@ class Applier {
       applied_.changes.push_back(
           Concat("renamed the ", kind.noun, " \"", present.name, "\" to \"", thing.name, "\""));
     }
-    const std::vector<Field> before = AllFields(present);
-    const std::vector<Field> after = AllFields(thing);
+    const std::vector<Field> before = FieldsOf(present);
+    const std::vector<Field> after = FieldsOf(thing);
     for (std::size_t i = 0; i < after.size(); ++i) {
       if (is_kept(after[i].label) || after[i].value == before[i].value) continue;
       Set(kind, present.id, after[i].column, Stored(after[i]));
@@ -266,30 +193,16 @@ class Applier {
   // What refers to a thing in the plant refers to it by its new name.
   void Rename(const Kind& kind, const std::string& before, const std::string& after) {
     for (PlantMachine& machine : present_.machines) {
-      if (&kind == &kDepartment && machine.department == before) machine.department = after;
-      if (&kind == &kLocation && machine.location == before) machine.location = after;
-      if (&kind == &kGroup && machine.group == before) machine.group = after;
-      if (&kind == &kShift && machine.shifts) std::ranges::replace(*machine.shifts, before, after);
+      if (&kind == &kDepartmentKind && machine.department == before) machine.department = after;
+      if (&kind == &kLocationKind && machine.location == before) machine.location = after;
+      if (&kind == &kGroupKind && machine.group == before) machine.group = after;
+      if (&kind == &kShiftKind && machine.shifts) std::ranges::replace(*machine.shifts, before, after);
     }
     for (Operator& person : present_.operators) {
-      if (&kind == &kShift && person.shift == before) person.shift = after;
+      if (&kind == &kShiftKind && person.shift == before) person.shift = after;
     }
     for (Job& job : present_.jobs) {
-      if (&kind == &kPart) std::ranges::replace(job.parts, before, after);
-    }
-  }
-
-  template <class T>
-  std::vector<Field> AllFields(const T& thing) {
-    if constexpr (std::is_same_v<T, Shift>) {
-      std::vector<Field> fields;
-      for (std::size_t day = 0; day < kDayNames.size(); ++day) {
-        fields.push_back({kDayNames[day], kDayColumns[day],
-                          thing.days[day] ? Value(thing.days[day]->ToText()) : Value(), &kInterval});
-      }
-      return fields;
-    } else {
-      return FieldsOf(thing);
+      if (&kind == &kPartKind) std::ranges::replace(job.parts, before, after);
     }
   }
 
@@ -365,14 +278,14 @@ class Applier {
   void WriteParts(const Job& job, std::int32_t id) {
     for (std::size_t i = 0; i < job.parts.size(); ++i)
       plant_.Run("insert into T_SFC_PART_PER_JOB (JOB_ID, PART_ID, ORDINAL) values (?, ?, ?)",
-                 {id, ids_[&kPart][job.parts[i]], static_cast<std::int32_t>(i + 1)});
+                 {id, ids_[&kPartKind][job.parts[i]], static_cast<std::int32_t>(i + 1)});
   }
 
   void WriteShifts(const PlantMachine& machine, std::int32_t id) {
     if (!machine.shifts) return;
     for (const std::string& shift : *machine.shifts)
       plant_.Run("insert into T_SFC_MACHINE_SHIFT (MACHINE_ID, SHIFT_ID) values (?, ?)",
-                 {id, ids_[&kShift][shift]});
+                 {id, ids_[&kShiftKind][shift]});
   }
 
   void WriteSource(const Source& source, std::int32_t id) {
@@ -431,7 +344,7 @@ class Applier {
     };
     const std::string key = KeyColumnOf(kind.table);
     for (const std::string_view table : kind.referring) count(table, key, thing.id, 0);
-    if (&kind == &kMachine) count("T_SFC_MACHINE_DATA", key, thing.id, 1);
+    if (&kind == &kMachineKind) count("T_SFC_MACHINE_DATA", key, thing.id, 1);
     if (kind.in_events) {
       for (const std::string_view table : {"T_SFC_MDC_LOG", "T_SFC_MDC_LOG_ASIDE"})
         count(table, "PARAM1", thing.name, 0);
@@ -442,8 +355,8 @@ class Applier {
   void Remove(const Kind& kind, std::int32_t id) {
     const std::string key = KeyColumnOf(kind.table);
     std::vector<std::string_view> tables = {kind.table};
-    if (&kind == &kJob) tables.emplace_back("T_SFC_PART_PER_JOB");
-    if (&kind == &kMachine) {
+    if (&kind == &kJobKind) tables.emplace_back("T_SFC_PART_PER_JOB");
+    if (&kind == &kMachineKind) {
       tables.insert(tables.end(), {"T_SFC_MACHINE_DATA", "T_SFC_MACHINE_SHIFT", "T_SFC_SOURCE"});
     }
     for (const std::string_view table : tables)

@@ -3,6 +3,7 @@
 #include "database/database_error.h"
 #include "database/table_key.h"
 #include "database/text.h"
+#include "plant/kinds.h"
 #include "plant/plant.h"
 #include "plant/plant_description.h"
 
@@ -17,10 +18,10 @@ class PlantReader {
   explicit PlantReader(Plant& plant) : plant_(plant) {}
 
   PlantDescription Read() {
-    ReadNumbered("T_SFC_DEPT", "DEPT_NAME", described_.departments);
-    ReadNumbered("T_SFC_LOCATION", "LOCATION_NAME", described_.locations);
-    ReadNumbered("T_SFC_GROUP", "GROUP_NAME", described_.groups);
-    ReadThings("T_SFC_OP", "OP_NUMBER", described_.operations);
+    ReadNumbered(kDepartmentKind, described_.departments);
+    ReadNumbered(kLocationKind, described_.locations);
+    ReadNumbered(kGroupKind, described_.groups);
+    ReadNamed(kOperationKind, described_.operations);
     ReadCommands();
     ReadShifts();
     ReadOperators();
@@ -33,13 +34,13 @@ class PlantReader {
   }
 
  private:
-  // Reads the key, the name and further columns of every row.
+  // Reads the key, the name and the fields of every row of a kind.
   template <class T, class Read>
-  void ReadThings(std::string_view table, std::string_view name_column, std::vector<T>& things,
-                  std::string_view further, Read read) {
-    const std::string key = KeyColumnOf(table);
-    const Rows rows =
-        plant_.Run(Concat("select ", key, ", ", name_column, further, " from ", table, " order by ", key));
+  void ReadThings(const Kind& kind, std::vector<T>& things, Read read) {
+    const std::string key = KeyColumnOf(kind.table);
+    std::string columns = Concat(key, ", ", kind.name_column);
+    for (const Field& field : FieldsOf(T())) Append(columns, ", ", field.column);
+    const Rows rows = plant_.Run(Concat("select ", columns, " from ", kind.table, " order by ", key));
     things.resize(rows.count());
     for (std::size_t i = 0; i < rows.count(); ++i) {
       things[i].id = rows.at(i, 0).ToInt32();
@@ -48,26 +49,23 @@ class PlantReader {
     }
   }
 
-  void ReadThings(std::string_view table, std::string_view name_column, std::vector<Thing>& things) {
-    ReadThings(table, name_column, things, "", [](Thing&, auto) {});
+  void ReadNamed(const Kind& kind, auto& things) {
+    ReadThings(kind, things, [](auto&, auto) {});
   }
 
   static std::optional<std::int32_t> NumberOf(const Value& value) {
     return value.IsNull() ? std::nullopt : std::optional(value.ToInt32());
   }
 
-  void ReadNumbered(std::string_view table, std::string_view name_column,
-                    std::vector<NumberedThing>& things) {
-    ReadThings(table, name_column, things, ", VELKARIS_ID",
-               [](NumberedThing& thing, auto column) { thing.number = NumberOf(column(0)); });
+  void ReadNumbered(const Kind& kind, std::vector<NumberedThing>& things) {
+    ReadThings(kind, things, [](NumberedThing& thing, auto column) { thing.number = NumberOf(column(0)); });
   }
 
   void ReadCommands() {
-    ReadThings("T_SFC_COMMAND", "COMMAND_NAME", described_.commands, ", VELKARIS_ID, COMMAND_TYPE_CODE",
-               [](PlantCommand& command, auto column) {
-                 command.number = NumberOf(column(0));
-                 command.type_code = column(1).ToInt32Or(-1);
-               });
+    ReadThings(kCommandKind, described_.commands, [](PlantCommand& command, auto column) {
+      command.number = NumberOf(column(0));
+      command.type_code = column(1).ToInt32Or(-1);
+    });
   }
 
   // The name of a thing by its key; empty when there is none.
@@ -83,21 +81,18 @@ class PlantReader {
     for (std::size_t i = 0; i < rows.count(); ++i)
       intervals[rows.at(i, 0).ToInt32()] =
           IntervalOf(rows.at(i, 1), rows.at(i, 2), rows.at(i, 3).ToInt32Or(-1));
-    ReadThings("T_SFC_SHIFT", "SHIFT_NAME", described_.shifts,
-               ", MON_INTERVAL_ID, TUE_INTERVAL_ID, WED_INTERVAL_ID, THU_INTERVAL_ID, FRI_INTERVAL_ID, "
-               "SAT_INTERVAL_ID, SUN_INTERVAL_ID",
-               [&](Shift& shift, auto column) {
-                 for (std::size_t day = 0; day < kDayNames.size(); ++day) {
-                   const auto interval = intervals.find(column(day).ToInt32Or(-1));
-                   if (interval == intervals.end()) continue;
-                   shift.days[day] = interval->second;
-                   if (shift.days[day]) continue;
-                   shift.kept.emplace(kDayNames[day]);
-                   described_.remarks.push_back(Concat("the shift \"", shift.name, "\" has on ",
-                                                       kDayNames[day], " the interval ", interval->first,
-                                                       ", whose times are no times of a day on 1970-01-01"));
-                 }
-               });
+    ReadThings(kShiftKind, described_.shifts, [&](Shift& shift, auto column) {
+      for (std::size_t day = 0; day < kDayNames.size(); ++day) {
+        const auto interval = intervals.find(column(day).ToInt32Or(-1));
+        if (interval == intervals.end()) continue;
+        shift.days[day] = interval->second;
+        if (shift.days[day]) continue;
+        shift.kept.emplace(kDayNames[day]);
+        described_.remarks.push_back(Concat("the shift \"", shift.name, "\" has on ", kDayNames[day],
+                                            " the interval ", interval->first,
+                                            ", whose times are no times of a day on 1970-01-01"));
+      }
+    });
   }
 
   // Nothing when the component would not read it as from when to when of a day.
@@ -113,14 +108,13 @@ class PlantReader {
   }
 
   void ReadOperators() {
-    ReadThings("T_SFC_USER", "USER_NAME", described_.operators, ", SHIFT_ID",
+    ReadThings(kOperatorKind, described_.operators,
                [&](Operator& person, auto column) { person.shift = NameOf(described_.shifts, column(0)); });
   }
 
   void ReadJobsAndParts() {
-    ReadThings("T_SFC_PART", "PART_NUMBER", described_.parts, ", PART_TYPE_ID",
-               [](Part& part, auto column) { part.type = NumberOf(column(0)); });
-    ReadThings("T_SFC_JOB", "JOB_NUMBER", described_.jobs, "", [](Job&, auto) {});
+    ReadThings(kPartKind, described_.parts, [](Part& part, auto column) { part.type = NumberOf(column(0)); });
+    ReadNamed(kJobKind, described_.jobs);
     const Rows rows = plant_.Run(
         "select b.JOB_ID, p.PART_NUMBER from T_SFC_PART_PER_JOB b, T_SFC_PART p where b.PART_ID = p.PART_ID "
         "order by b.ORDINAL, p.PART_NUMBER");
@@ -131,19 +125,16 @@ class PlantReader {
   }
 
   void ReadCodes() {
-    ReadThings("T_SFC_DOWNTIME_CODE", "DOWNTIME_CODE_NUMBER", described_.downtimes,
-               ", DOWNTIME_CODE_NAME, DOWNTIME_TYPE_CODE, CYCLE_STATUS_LOCK",
-               [&](DowntimeCode& code, auto column) {
-                 code.label = column(0).ToTextOr("");
-                 code.kind = column(1).ToInt32Or(-1);
-                 code.ignore_cycles = column(2).ToInt32Or(0) != 0;
-               });
+    ReadThings(kDowntimeCodeKind, described_.downtimes, [&](DowntimeCode& code, auto column) {
+      code.label = column(0).ToTextOr("");
+      code.kind = column(1).ToInt32Or(-1);
+      code.ignore_cycles = column(2).ToInt32Or(0) != 0;
+    });
     std::vector<std::int32_t> types;
-    ReadThings("T_SFC_SCRAP_CODE", "SCRAP_CODE_NUMBER", described_.scrap,
-               ", SCRAP_CODE_NAME, SCRAP_CODE_TYPE_CODE", [&](ScrapCode& code, auto column) {
-                 code.label = column(0).ToTextOr("");
-                 types.push_back(column(1).ToInt32Or(0));
-               });
+    ReadThings(kScrapCodeKind, described_.scrap, [&](ScrapCode& code, auto column) {
+      code.label = column(0).ToTextOr("");
+      types.push_back(column(1).ToInt32Or(0));
+    });
     // The first one with -1 is the default, without any the first one with 1.
     for (const std::int32_t type : {-1, 1}) {
       const auto found = std::ranges::find(types, type);
@@ -154,15 +145,13 @@ class PlantReader {
   }
 
   void ReadMachines() {
-    ReadThings("T_SFC_MACHINE", "MACHINE_NAME", described_.machines, ", VELKARIS_ID",
-               [](PlantMachine& machine, auto column) {
-                 machine.number = NumberOf(column(0));
-                 machine.has_record = false;
-               });
+    ReadThings(kMachineKind, described_.machines, [](PlantMachine& machine, auto column) {
+      machine.number = NumberOf(column(0));
+      machine.has_record = false;
+    });
     const Rows records = plant_.Run(
-        "select m.MACHINE_ID, d.DEPT_ID, d.LOCATION_ID, d.GROUP_ID from T_SFC_MACHINE m, T_SFC_MACHINE_DATA "
-        "d "
-        "where d.MACHINE_DATA_ID = m.MACHINE_DATA_ID");
+        "select m.MACHINE_ID, d.DEPT_ID, d.LOCATION_ID, d.GROUP_ID from T_SFC_MACHINE m, "
+        "T_SFC_MACHINE_DATA d where d.MACHINE_DATA_ID = m.MACHINE_DATA_ID");
     for (std::size_t i = 0; i < records.count(); ++i) {
       PlantMachine& machine = *FindMachine(records.at(i, 0));
       machine.has_record = true;
