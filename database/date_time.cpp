@@ -1,8 +1,5 @@
 #include "database/date_time.h"
 
-#include <array>
-#include <charconv>
-
 namespace kx {
 namespace {
 
@@ -10,8 +7,10 @@ namespace {
 std::optional<int> TakeNumber(std::string_view& text, std::size_t digits) {
   int number = 0;
   if (text.size() < digits) return std::nullopt;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + digits, number);
-  if (error != std::errc() || end != text.data() + digits || number < 0) return std::nullopt;
+  for (const char c : text.substr(0, digits)) {
+    if (c < '0' || c > '9') return std::nullopt;
+    number = number * 10 + (c - '0');
+  }
   text.remove_prefix(digits);
   return number;
 }
@@ -62,7 +61,26 @@ std::optional<DateTime> DateTime::Parse(std::string_view text) {
   return result.AddSeconds(*hour * 3600 + *minute * 60 + *second);
 }
 
-std::string DateTime::ToText() const { return Format("yyyy-MM-dd hh:mm:ss"); }
+// Every statement holds some of these: they are written in place.
+std::string DateTime::ToText() const {
+  const auto date = calendar();
+  const auto time_of_day = clock();
+  const int year = static_cast<int>(date.year());
+  if (year < 0 || year > 9999) return Format("yyyy-MM-dd hh:mm:ss");
+  std::string text = "0000-00-00 00:00:00";
+  const auto write = [&](std::size_t end, auto number) {
+    for (auto rest = static_cast<unsigned>(number); rest != 0; rest /= 10) {
+      text[--end] = static_cast<char>('0' + rest % 10);
+    }
+  };
+  write(4, year);
+  write(7, static_cast<unsigned>(date.month()));
+  write(10, static_cast<unsigned>(date.day()));
+  write(13, time_of_day.hours().count());
+  write(16, time_of_day.minutes().count());
+  write(19, time_of_day.seconds().count());
+  return text;
+}
 
 std::string DateTime::Format(std::string_view pattern) const {
   const auto date = calendar();
@@ -85,11 +103,9 @@ std::string DateTime::Format(std::string_view pattern) const {
     if (number < 0) {
       text.append(pattern.substr(begin, end - begin));
     } else {
-      std::array<char, 20> digits{};
-      const auto last = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-      const auto length = static_cast<std::size_t>(last - digits.data());
-      if (length < end - begin) text.append(end - begin - length, '0');
-      text.append(digits.data(), length);
+      const std::string digits = std::to_string(number);
+      if (digits.size() < end - begin) text.append(end - begin - digits.size(), '0');
+      text += digits;
     }
     begin = end;
   }

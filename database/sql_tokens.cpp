@@ -14,6 +14,7 @@ constexpr std::uint8_t kBlank = 1;
 constexpr std::uint8_t kDigit = 2;
 constexpr std::uint8_t kNameStart = 4;
 constexpr std::uint8_t kName = 8;
+constexpr std::uint8_t kPlain = 16;  // neither begins a literal or a quoted name nor belongs to a number
 
 constexpr std::array<std::uint8_t, 256> kClasses = [] {
   std::array<std::uint8_t, 256> classes{};
@@ -23,6 +24,10 @@ constexpr std::array<std::uint8_t, 256> kClasses = [] {
   for (std::size_t c = 'a'; c <= 'z'; ++c) classes[c] = kNameStart | kName;
   classes['_'] = kNameStart | kName;
   classes['$'] = kName;
+  for (std::size_t c = 0; c < classes.size(); ++c) {
+    constexpr std::string_view kNotPlain = "0123456789'\"[#$";
+    if (kNotPlain.find(static_cast<char>(c)) == std::string_view::npos) classes[c] |= kPlain;
+  }
   // Bytes of characters beyond ASCII belong to names.
   for (std::size_t c = 0x80; c <= 0xFF; ++c) classes[c] = kNameStart | kName;
   return classes;
@@ -53,6 +58,29 @@ std::size_t EndOfQuoted(std::string_view sql, std::size_t begin, char closing) {
   return std::string_view::npos;
 }
 
+// The token that begins at `begin`, where no blank stands.
+SqlToken TokenAt(std::string_view sql, std::size_t begin) {
+  using Kind = SqlToken::Kind;
+  const char first = sql[begin];
+  Kind kind = Kind::kSymbol;
+  std::size_t end = begin + 1;
+  if (Is(first, kNameStart)) {
+    kind = Kind::kWord;
+    end = EndOfRun(sql, begin, kName);
+  } else if (Is(first, kDigit)) {
+    kind = Kind::kNumber;
+    end = EndOfNumber(sql, begin);
+  } else if (first == '\'' || first == '"' || first == '[' || first == '#') {
+    kind = first == '\'' ? Kind::kString : first == '#' ? Kind::kDate : Kind::kQuotedName;
+    end = EndOfQuoted(sql, begin, first == '[' ? ']' : first);
+    if (end == std::string_view::npos) {
+      kind = Kind::kUnclosed;
+      end = sql.size();
+    }
+  }
+  return {kind, sql.substr(begin, end - begin)};
+}
+
 }  // namespace
 
 bool SqlToken::Is(std::string_view expected) const {
@@ -60,31 +88,36 @@ bool SqlToken::Is(std::string_view expected) const {
 }
 
 void SplitSql(std::string_view sql, std::vector<SqlToken>& tokens) {
-  using Kind = SqlToken::Kind;
   tokens.clear();
-  for (std::size_t at = 0; at < sql.size();) {
-    const std::size_t begin = EndOfRun(sql, at, kBlank);
-    if (begin == sql.size()) break;
-    const char first = sql[begin];
-    Kind kind = Kind::kSymbol;
-    std::size_t end = begin + 1;
-    if (Is(first, kNameStart)) {
-      kind = Kind::kWord;
-      end = EndOfRun(sql, begin, kName);
-    } else if (Is(first, kDigit)) {
-      kind = Kind::kNumber;
-      end = EndOfNumber(sql, begin);
-    } else if (first == '\'' || first == '"' || first == '[' || first == '#') {
-      kind = first == '\'' ? Kind::kString : first == '#' ? Kind::kDate : Kind::kQuotedName;
-      end = EndOfQuoted(sql, begin, first == '[' ? ']' : first);
-      if (end == std::string_view::npos) {
-        kind = Kind::kUnclosed;
-        end = sql.size();
-      }
+  for (std::size_t at = EndOfRun(sql, 0, kBlank); at < sql.size();) {
+    tokens.push_back(TokenAt(sql, at));
+    at = EndOfRun(sql, at + tokens.back().text.size(), kBlank);
+  }
+}
+
+bool CutLiterals(std::string_view sql, std::string& shape, std::vector<std::string_view>& literals) {
+  shape.clear();
+  literals.clear();
+  std::size_t copied = 0;
+  for (std::size_t at = EndOfRun(sql, 0, kPlain); at < sql.size(); at = EndOfRun(sql, at, kPlain)) {
+    if (Is(sql[at], kDigit) && at > copied && Is(sql[at - 1], kNameStart)) {
+      at = EndOfRun(sql, at, kName);  // within a name
+      continue;
     }
-    tokens.push_back({kind, sql.substr(begin, end - begin)});
+    const SqlToken token = TokenAt(sql, at);
+    // A symbol, which may begin what looks like a name.
+    if (token.kind == SqlToken::Kind::kUnclosed || token.kind == SqlToken::Kind::kSymbol) return false;
+    const std::size_t end = at + token.text.size();
+    if (token.IsLiteral()) {
+      shape.append(sql, copied, at - copied);
+      shape.push_back(token.kind == SqlToken::Kind::kNumber ? '0' : token.text.front());
+      literals.push_back(token.text);
+      copied = end;
+    }
     at = end;
   }
+  shape.append(sql, copied);
+  return true;
 }
 
 }  // namespace kx

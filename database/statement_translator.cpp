@@ -8,58 +8,13 @@
 #include <span>
 
 #include "database/ascii.h"
+#include "database/sql_literals.h"
 #include "database/table_key.h"
 
 namespace kx {
 namespace {
 
 using Kind = SqlToken::Kind;
-
-// Takes a decimal number and the character behind it off the front; `after` 0 takes none.
-std::optional<int> TakeNumber(std::string_view& text, char after) {
-  int number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || number < 0) return std::nullopt;
-  text.remove_prefix(static_cast<std::size_t>(end - text.data()));
-  if (after == 0) return number;
-  if (text.empty() || text.front() != after) return std::nullopt;
-  text.remove_prefix(1);
-  return number;
-}
-
-// "m/d/yyyy hh:nn:ss", followed by " AM" or " PM" on a twelve-hour clock.
-std::optional<DateTime> ParseMonthFirst(std::string_view text) {
-  const auto month = TakeNumber(text, '/');
-  const auto day = month ? TakeNumber(text, '/') : std::nullopt;
-  const auto year = day ? TakeNumber(text, ' ') : std::nullopt;
-  auto hour = year ? TakeNumber(text, ':') : std::nullopt;
-  const auto minute = hour ? TakeNumber(text, ':') : std::nullopt;
-  const auto second = minute ? TakeNumber(text, 0) : std::nullopt;
-  if (!second || *hour > 23 || *minute > 59 || *second > 59) return std::nullopt;
-  if (text == " AM" || text == " PM") {
-    if (*hour < 1 || *hour > 12) return std::nullopt;
-    hour = *hour % 12 + (text == " PM" ? 12 : 0);
-  } else if (!text.empty()) {
-    return std::nullopt;
-  }
-  const std::chrono::year_month_day date(std::chrono::year(*year),
-                                         std::chrono::month(static_cast<unsigned>(*month)),
-                                         std::chrono::day(static_cast<unsigned>(*day)));
-  if (!date.ok()) return std::nullopt;
-  return DateTime(std::chrono::local_seconds(std::chrono::local_days(date)))
-      .AddSeconds(*hour * 3600 + *minute * 60 + *second);
-}
-
-std::string_view Inside(std::string_view quoted) { return quoted.substr(1, quoted.size() - 2); }
-
-std::string Unquote(std::string_view quoted) {
-  std::string text;
-  for (std::size_t at = 1; at + 1 < quoted.size(); ++at) {
-    text.push_back(quoted[at]);
-    if (quoted[at] == '\'') ++at;  // doubled inside
-  }
-  return text;
-}
 
 // The date-time columns among those that identity batches write. The totals SETUP_TIME and so on are numbers.
 bool IsDateTimeColumn(std::string_view name) {
@@ -72,8 +27,9 @@ bool IsDateTimeColumn(std::string_view name) {
 // as possible.
 class Writer {
  public:
-  Writer(std::string_view sql, std::span<const SqlToken> tokens, SqlTarget target, Statement& out)
-      : sql_(sql), tokens_(tokens), target_(target), out_(out) {}
+  Writer(std::string_view sql, std::span<const SqlToken> tokens, SqlTarget target, Statement& out,
+         LiteralUses& uses)
+      : sql_(sql), tokens_(tokens), target_(target), out_(out), uses_(uses) {}
 
   void WriteStatement() {
     if (WriteIdentityBatch()) return;
@@ -152,24 +108,32 @@ class Writer {
   void WriteClock() {
     out_.text += sqlite() ? " datetime('now','localtime')" : " date_trunc('second', LOCALTIMESTAMP)";
   }
-  void WriteTime(DateTime time) {
+  // The time that the literal at `index` says, which decides what is written, either way.
+  std::optional<DateTime> TimeAt(std::size_t index) {
+    const auto time = ParseMonthFirst(at(index).text);
+    if (!time) uses_.deciding.push_back(index);
+    return time;
+  }
+  // Writes what TimeAt has found at `index`.
+  void WriteTime(std::size_t index, DateTime time) {
     if (sqlite()) {
-      WriteParameter(time.ToText());
+      WriteParameter(time.ToText(), index, /*is_time=*/true);
     } else {
       out_.text += " TIMESTAMP '" + time.ToText() + "'";
     }
   }
   // The blanks keep the mark apart from a number or name that follows it.
-  void WriteParameter(Value value) {
+  void WriteParameter(Value value, std::size_t index = LiteralUses::kNowhere, bool is_time = false) {
     out_.text += " ? ";
     out_.parameters.push_back(std::move(value));
+    uses_.parameters.push_back({index, is_time});
   }
   void WriteDays(std::size_t expression_begin, std::size_t expression_end, int days);
 
   // Behind a name with its qualifiers; `index` itself when no name stands there.
   std::size_t EndOfName(std::size_t index) const;
   // Behind an optional minus and a whole number, which goes to `number`; `index` itself otherwise.
-  std::size_t EndOfInteger(std::size_t index, int& number) const;
+  std::size_t EndOfInteger(std::size_t index, int& number);
   // The "," or ")" on the level of `index` that comes first.
   std::size_t EndOfArgument(std::size_t index) const;
 
@@ -178,6 +142,7 @@ class Writer {
   std::size_t done_ = 0;  // how much of the text is copied or skipped
   SqlTarget target_;
   Statement& out_;
+  LiteralUses& uses_;
 };
 
 std::size_t Writer::EndOfName(std::size_t index) const {
@@ -187,13 +152,16 @@ std::size_t Writer::EndOfName(std::size_t index) const {
   return index;
 }
 
-std::size_t Writer::EndOfInteger(std::size_t index, int& number) const {
+std::size_t Writer::EndOfInteger(std::size_t index, int& number) {
   const bool negative = Is(index, "-");
   const std::size_t digits = index + (negative ? 1 : 0);
   if (!IsKind(digits, Kind::kNumber)) return index;
   const std::string_view text = at(digits).text;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return index;
+  if (error != std::errc() || end != text.data() + text.size()) {
+    uses_.deciding.push_back(digits);
+    return index;
+  }
   if (negative) number = -number;
   return digits + 1;
 }
@@ -220,8 +188,8 @@ std::size_t Writer::WriteNext(std::size_t index) {
       if (at(index).text == ",") next = WriteOuterJoin(index);
       break;
     case Kind::kDate:
-      if (const auto time = ParseMonthFirst(Inside(at(index).text))) {
-        next = Replace(index, index + 1, [&] { WriteTime(*time); });
+      if (const auto time = TimeAt(index)) {
+        next = Replace(index, index + 1, [&] { WriteTime(index, *time); });
       }
       break;
     default: break;
@@ -241,8 +209,8 @@ std::size_t Writer::WriteWord(std::size_t index) {
       if (Is(index, "CURRENT_TIMESTAMP")) return Replace(index, index + 1, [&] { WriteClock(); });
       if (Follows(index, {"CAST", "("}) && IsKind(index + 2, Kind::kString) &&
           Follows(index + 3, {"AS", "DATETIME", ")"})) {
-        if (const auto time = ParseMonthFirst(Inside(at(index + 2).text))) {
-          return Replace(index, index + 6, [&] { WriteTime(*time); });
+        if (const auto time = TimeAt(index + 2)) {
+          return Replace(index, index + 6, [&] { WriteTime(index + 2, *time); });
         }
       }
       return WriteCount(index);
@@ -266,20 +234,7 @@ std::size_t Writer::WriteWord(std::size_t index) {
 }
 
 std::size_t Writer::WriteLiteral(std::size_t index) {
-  const SqlToken& token = at(index);
-  return Replace(index, index + 1, [&] {
-    if (token.kind == Kind::kString) return WriteParameter(Unquote(token.text));
-    std::int64_t whole = 0;
-    double real = 0;
-    const char* const begin = token.text.data();
-    const char* const end = begin + token.text.size();
-    if (const auto [last, error] = std::from_chars(begin, end, whole); error == std::errc() && last == end) {
-      WriteParameter(whole);
-    } else {
-      std::from_chars(begin, end, real);
-      WriteParameter(real);
-    }
-  });
+  return Replace(index, index + 1, [&] { WriteParameter(ParseLiteral(at(index).text), index); });
 }
 
 std::size_t Writer::WriteToDate(std::size_t index) {
@@ -287,12 +242,14 @@ std::size_t Writer::WriteToDate(std::size_t index) {
       !IsKind(index + 4, Kind::kString) || !Is(index + 5, ")")) {
     return index;
   }
-  const std::string_view text = Inside(at(index + 2).text);
-  const std::string_view mask = Inside(at(index + 4).text);
-  const bool twelve_hours = text.ends_with('M');
-  if (mask != (twelve_hours ? "MM/DD/YYYY HH:MI:SS AM" : "MM/DD/YYYY HH24:MI:SS")) return index;
-  const auto time = ParseMonthFirst(text);
-  return time ? Replace(index, index + 6, [&] { WriteTime(*time); }) : index;
+  const bool twelve_hours = IsOnTwelveHourClock(at(index + 2).text);
+  if (InsideQuotes(at(index + 4).text) !=
+      (twelve_hours ? "MM/DD/YYYY HH:MI:SS AM" : "MM/DD/YYYY HH24:MI:SS")) {
+    uses_.deciding.insert(uses_.deciding.end(), {index + 2, index + 4});
+    return index;
+  }
+  const auto time = TimeAt(index + 2);
+  return time ? Replace(index, index + 6, [&] { WriteTime(index + 2, *time); }) : index;
 }
 
 void Writer::WriteDays(std::size_t expression_begin, std::size_t expression_end, int days) {
@@ -309,7 +266,10 @@ void Writer::WriteDays(std::size_t expression_begin, std::size_t expression_end,
 
 std::size_t Writer::WriteDateAdd(std::size_t index) {
   if (!Follows(index, {"DateAdd", "("}) || !Is(index + 3, ",")) return index;
-  if (!Is(index + 2, "dd") && at(index + 2).text != "'dd'") return index;
+  if (!Is(index + 2, "dd") && at(index + 2).text != "'dd'") {
+    uses_.deciding.push_back(index + 2);
+    return index;
+  }
   int days = 0;
   const std::size_t comma = EndOfInteger(index + 4, days);
   if (comma == index + 4 || !Is(comma, ",")) return index;
@@ -396,10 +356,10 @@ bool Writer::WriteIdentityBatch() {
     std::optional<DateTime> time;
     if (end == index + 1 && IsKind(index, Kind::kString) && column < columns.size() &&
         IsDateTimeColumn(columns[column])) {
-      time = ParseMonthFirst(Inside(at(index).text));
+      time = TimeAt(index);
     }
     if (time) {
-      Replace(index, end, [&] { WriteTime(*time); });
+      Replace(index, end, [&] { WriteTime(index, *time); });
     } else {
       WriteRange(index, end);
     }
@@ -430,10 +390,16 @@ void Writer::WriteMissingOrder() {
 }  // namespace
 
 const Statement& StatementTranslator::Translate(std::string_view sql, SqlTarget target) {
+  // Elsewhere literals stay in the text, which then differs each time.
+  const bool has_shape = target == SqlTarget::kSqlite;
+  if (has_shape && shapes_.Find(sql, statement_)) return statement_;
   statement_.text.clear();
   statement_.parameters.clear();
+  uses_.parameters.clear();
+  uses_.deciding.clear();
   SplitSql(sql, tokens_);
-  Writer(sql, tokens_, target, statement_).WriteStatement();
+  Writer(sql, tokens_, target, statement_, uses_).WriteStatement();
+  if (has_shape) shapes_.Learn(tokens_, uses_, statement_);
   return statement_;
 }
 

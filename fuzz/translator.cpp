@@ -11,6 +11,20 @@ namespace {
 using namespace kx;
 using fuzz::Require;
 
+// A translator that has seen other texts makes the same of a text as a new one.
+void TranslateAfterOthers(StatementTranslator& translator, std::string_view sql) {
+  std::string other(sql);
+  for (char& c : other) {
+    if (c >= '0' && c <= '9') c = static_cast<char>('0' + ('9' - c));
+  }
+  for (const std::string_view text : {sql, std::string_view(other), sql}) {
+    StatementTranslator fresh;
+    const Statement& expected = fresh.Translate(text, SqlTarget::kSqlite);
+    const Statement& statement = translator.Translate(text, SqlTarget::kSqlite);
+    Require(statement.text == expected.text && statement.parameters == expected.parameters, text);
+  }
+}
+
 void TranslateAsIs(StatementTranslator& translator, std::string_view sql) {
   for (const SqlTarget target : {SqlTarget::kSqlite, SqlTarget::kPostgres}) {
     const std::string once = translator.Translate(sql, target).text;
@@ -54,6 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   static StatementTranslator translator;
   const std::string_view input(reinterpret_cast<const char*>(data), size);
   TranslateAsIs(translator, input);
+  TranslateAfterOthers(translator, input);
   TranslateAsValue(translator, input);
   TranslateAsTime(translator, input);
   return 0;

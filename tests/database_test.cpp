@@ -116,8 +116,7 @@ TEST(ConnectionStringTest, Parses) {
             "The connection string holds a NUL character.");
 }
 
-std::string Translated(std::string_view sql, SqlTarget target) {
-  StatementTranslator translator;
+std::string Translated(StatementTranslator& translator, std::string_view sql, SqlTarget target) {
   const Statement& statement = translator.Translate(sql, target);
   std::string text;
   bool blank = false;
@@ -130,6 +129,11 @@ std::string Translated(std::string_view sql, SqlTarget target) {
   }
   for (const Value& parameter : statement.parameters) text += " <" + parameter.ToText() + ">";
   return text;
+}
+
+std::string Translated(std::string_view sql, SqlTarget target) {
+  StatementTranslator translator;
+  return Translated(translator, sql, target);
 }
 
 TEST(TranslatorTest, EveryConstructForBothTargets) {
@@ -196,6 +200,43 @@ TEST(TranslatorTest, EveryConstructForBothTargets) {
   for (const auto& test : cases) {
     EXPECT_EQ(Translated(test.sql, SqlTarget::kSqlite), test.sqlite);
     EXPECT_EQ(Translated(test.sql, SqlTarget::kPostgres), test.postgres);
+  }
+}
+
+// Of each construct texts of one shape, whose literals want different translations.
+TEST(TranslatorTest, ATextBecomesTheSameWhateverOfItsShapeCameBefore) {
+  const std::string batch =
+      "SET NOCOUNT ON; SET DATEFORMAT MDY; INSERT INTO T_SFC_EVENT (START_TIME, PARAM1) VALUES ('*', '*'); "
+      "SELECT SCOPE_IDENTITY() AS [SCOPE_IDENTITY]; SET NOCOUNT OFF;";
+  const std::vector<std::pair<std::string, std::vector<std::string>>> shapes = {
+      {"TO_DATE('*', 'MM/DD/YYYY HH24:MI:SS')",
+       {"3/5/2024 07:05:09", "12/31/1999 23:59:59", "", "3/5/2024 07:05:09 AM", "2/30/2024 00:00:00"}},
+      {"TO_DATE('3/5/2024 07:05:09 PM', '*')",
+       {"MM/DD/YYYY HH24:MI:SS", "MM/DD/YYYY HH:MI:SS AM", "MM/DD/YYYY"}},
+      {"TO_DATE('*', 'MM/DD/YYYY HH:MI:SS AM')", {"3/5/2024 07:05:09 PM", "3/5/2024 07:05:09", "PM"}},
+      {"CAST('*' AS DATETIME)", {"3/5/2024 07:05:09", "never", "3/6/2024 07:05:09"}},
+      {"a < #*#", {"3/5/2024 07:05:09", "now", "3/6/2024 07:05:09"}},
+      {"DateAdd('*', -1, T.A)", {"dd", "mm", "'"}},
+      {"DateAdd(dd, *, T.A)", {"1", "2", "99999999999", "1.5"}},
+      {"(T.A + *) - 1", {"1", "7", "99999999999", "0.5"}},
+      {"A = * and B = 'it''s' or C1 = *", {"1", "2.5", "99999999999999999999", "007"}},
+      {"A = '*' and B = \"x1\"", {"O''Brien", "", "1' or '1", "'"}},
+      {batch, {"3/5/2024 07:05:09", "3/6/2024 07:05:10", "", "never"}},
+  };
+  for (const auto& [shape, literals] : shapes) {
+    std::vector<std::string> texts;
+    for (const std::string& literal : literals) {
+      std::string& text = texts.emplace_back(shape);
+      for (std::size_t at = 0; (at = text.find('*')) != std::string::npos;) text.replace(at, 1, literal);
+    }
+    StatementTranslator translator;
+    for (const std::string& first : texts) {
+      for (const std::string& second : texts) {
+        Translated(translator, first, SqlTarget::kSqlite);
+        EXPECT_EQ(Translated(translator, second, SqlTarget::kSqlite), Translated(second, SqlTarget::kSqlite))
+            << "after " << first;
+      }
+    }
   }
 }
 
