@@ -369,7 +369,8 @@ class SqliteTest(Cases, unittest.TestCase):
         sums = "select sum(FINISHED_CYCLES), sum(UNFINISHED_CYCLES), sum(GOOD_COUNT) from T_SFC_MACHINE_DATA"
         self.assertEqual(self.query(sums), [[str(50 * cycles), "0", str(50 * cycles)]])
         self.assertEqual({files for _, files in usage}, {usage[0][1]})
-        self.assertLess(usage[-1][0], usage[len(usage) // 2][0] + 2048)
+        if "ASAN_OPTIONS" not in os.environ:  # a sanitizer keeps what was freed
+            self.assertLess(usage[-1][0], usage[len(usage) // 2][0] + 2048)
         self.assertNotIn("failed", self.tool("doctor", self.plant))
 
 
