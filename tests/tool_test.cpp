@@ -508,40 +508,5 @@ TEST_P(EveryPlantTest, WorksTheSampleDayInEveryDialect) {
   }
 }
 
-// Recorded on a real machine; not part of the project.
-TEST_F(ToolTest, WorksTheInputOfATurningCell) {
-  const char* const folder = getenv("KXDATA7_SHARED_DATA");
-  const fs::path input =
-      fs::path(folder == nullptr ? KXDATA7_SOURCE_DIR "/../shared/data" : folder) / "turning-cell.shdr";
-  if (!fs::exists(input)) GTEST_SKIP() << input << " is not there";
-
-  Do("create plant.db --demo --start 2022-08-08");
-  Do("import plant.db '" + input.string() + "' --machine 1");
-  Do("process plant.db --all");
-  std::map<std::string, float> minutes;
-  int finished = 0;
-  int unfinished = 0;
-  int good = 0;
-  for (const CsvRow& record : DoCsv("records plant.db --machine 1")) {
-    finished += std::stoi(record.at("finished"));
-    unfinished += std::stoi(record.at("unfinished"));
-    good += std::stoi(record.at("good"));
-    if (std::stoi(record.at("finished")) > 0) {
-      EXPECT_EQ(record.at("finished"), "1");
-      EXPECT_EQ(record.at("good"), "1");
-      minutes[record.at("part")] += std::stof(record.at("cycle_min"));
-    }
-  }
-  const auto expected = [](int seconds) { return static_cast<float>(seconds / 60.0); };
-  const std::map<std::string, float> cycles = {{"IMTS-2022-1E-mm.MIN", expected(605)},
-                                               {"IMTS-2022-2-HOB.MIN", expected(187)},
-                                               {"IMTS-2022-3-TRAN.MIN", expected(17)},
-                                               {"IMTS-2022-4B-mm.MIN", expected(549)}};
-  EXPECT_EQ(minutes, cycles);
-  EXPECT_EQ(finished, 4);
-  EXPECT_EQ(unfinished, 0);
-  EXPECT_EQ(good, 4);
-}
-
 }  // namespace
 }  // namespace kx::tool
