@@ -89,8 +89,10 @@ std::vector<std::string> SplitFields(std::string_view line) {
 }
 
 std::vector<Report> ShdrReader::Read(std::string_view sent, std::optional<Moment> arrival, bool opening) {
-  if (sent.size() >= kLongestLine)
+  if (sent.size() >= kLongestLine) {
     notices_.Say(Notices::Kind::kRefused, "long line", "the line is too long; its end is left out");
+    sent = sent.substr(0, sent.rfind('|'));  // of 123 there may be 12
+  }
   const std::string plain = PlainText(sent);
   const std::string_view line = Trim(plain);
   if (!multiline_end_.empty()) {

@@ -219,6 +219,11 @@ TEST(ShdrInput, ReadsEveryFormOfATimeAndPutsLinesInOrder) {
             "6 06:00:04 part start <E>\n");
 }
 
+// A line as long as one can be, up to its last letter.
+std::string Lengthened(const std::string& beginning, const std::string& end) {
+  return beginning + std::string(kLongestLine - beginning.size() - end.size(), 'x') + end;
+}
+
 // A line that does not add up keeps what does; each key is spoken of once.
 TEST(ShdrInput, ReportsWhatItCannotRead) {
   EXPECT_EQ(Shdr("2026-01-12T06:00:00|partcount|1\n"
@@ -227,13 +232,19 @@ TEST(ShdrInput, ReportsWhatItCannotRead) {
                  "2026-01-12T06:00:02|execution|ACTIVE|program\n"
                  "2026-01-12T06:00:03|partcount|many\n"
                  "2026-01-12T06:00:04|partcount|more|program|\n"
-                 "2026-01-12T06:00:05|partcount|2\n"),
+                 "2026-01-12T06:00:05|partcount|2\n" +
+                 Lengthened("2026-01-12T06:00:06|partcount|3|note|", "|partcount|5") + "9\n" +
+                 Lengthened("2026-01-12T06:00:07|partcount|4|note|", "") + "\n"),
             "4 06:00:02 cycle start\n"
             "7 06:00:05 good <1>\n"
+            "8 06:00:06 good <1>\n"
+            "9 06:00:07 good <1>\n"
             "2 bad: \"yesterday\" is no date and time\n"
             "3 bad: a key and its value are missing\n"
             "4 bad: the key \"program\" has no value\n"
-            "5 bad: \"many\" is no part count\n");
+            "5 bad: \"many\" is no part count\n"
+            "8 bad: the line is too long; its end is left out\n"
+            "9 bad: the key \"note\" has no value\n");
 }
 
 // However a recording is cut, its parts give the events of the whole.
