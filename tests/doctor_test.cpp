@@ -108,7 +108,7 @@ TEST_P(DoctorTest, FindsWhatTheDatabaseChanges) {
 // Each is named: by the command that it keeps from its work, and by the doctor.
 TEST_P(DoctorTest, NamesWhatIsWrongWithTables) {
   const std::string bad_date = embedded() ? "31.12.2026" : "infinity";
-  const auto case_of = [](std::string name) { return embedded() ? name : ToLowerAscii(name); };
+  const auto case_of = [](const std::string& name) { return embedded() ? name : ToLowerAscii(name); };
   const std::string log = case_of("T_SFC_MDC_LOG");
 
   ExpectFindings(

@@ -45,8 +45,8 @@ ToolTest::Result ToolTest::Run(const std::string& arguments) {
       // unloads. What dlerror and the Kerberos library of PostgreSQL's client keep there looks lost then.
       " LSAN_OPTIONS=use_tls=0:suppressions=leaks:print_suppressions=0 '" + tool_.string() + "' " + arguments;
   const int status = std::system(command.c_str());
-  const Result result = {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder_ / "output"),
-                         ReadFile(folder_ / "errors")};
+  Result result = {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder_ / "output"),
+                   ReadFile(folder_ / "errors")};
   EXPECT_EQ((result.output + result.errors).find(kPassword), std::string::npos)
       << result.output << result.errors;
   return result;
