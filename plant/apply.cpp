@@ -354,13 +354,15 @@ class Applier {
 
   void Remove(const Kind& kind, std::int32_t id) {
     const std::string key = KeyColumnOf(kind.table);
-    std::vector<std::string_view> tables = {kind.table};
-    if (&kind == &kJobKind) tables.emplace_back("T_SFC_PART_PER_JOB");
-    if (&kind == &kMachineKind) {
-      tables.insert(tables.end(), {"T_SFC_MACHINE_DATA", "T_SFC_MACHINE_SHIFT", "T_SFC_SOURCE"});
-    }
-    for (const std::string_view table : tables)
+    const auto remove_from = [&](std::string_view table) {
       plant_.Run(Concat("delete from ", table, " where ", key, " = ?"), {id});
+    };
+    remove_from(kind.table);
+    if (&kind == &kJobKind) remove_from("T_SFC_PART_PER_JOB");
+    if (&kind == &kMachineKind) {
+      for (const auto* table : {"T_SFC_MACHINE_DATA", "T_SFC_MACHINE_SHIFT", "T_SFC_SOURCE"})
+        remove_from(table);
+    }
   }
 
   void RemoveUnusedIntervals() {
