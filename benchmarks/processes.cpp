@@ -67,8 +67,9 @@ void MeasureRollOver(Report& report, const Ground& memory, Effort effort) {
       Concat("a shift of a roll-over, ", shifts[1], " in one event against ", shifts[0]), "at most 1.1",
       Concat(Digits(times[1] / times[0], 2), " (", Digits(times[1], 1), " µs; ", Digits(times[0], 1), " µs)"),
       times[1] <= 1.1 * times[0]);
-  report.Add("memory of a client for it, at most", "flat", Concat(Digits(most[1] - most[0], 0), " KiB more"),
-             most[1] - most[0] < 1000);
+  // SQLite keeps changed pages until its cache is full, and then writes them.
+  report.Add("memory of a client for it, at most", "flat but for SQLite's cache of 2000 KiB",
+             Concat(Digits(most[1] - most[0], 0), " KiB more"), most[1] - most[0] < 2100);
 }
 
 void MeasureProducers(Report& report, const Ground& disk, Effort effort) {

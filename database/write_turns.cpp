@@ -12,8 +12,8 @@ using std::chrono::steady_clock;
 
 // A turn is for all that one writes in so long: the pages that others wrote are read once for all of it.
 // Longer for who goes ahead, who has more to do.
-constexpr microseconds kTurn{700};
-constexpr microseconds kTurnAhead{1500};
+constexpr microseconds kTurn{1100};
+constexpr microseconds kTurnAhead{2500};
 
 }  // namespace
 
