@@ -26,7 +26,7 @@ constexpr std::array<std::uint8_t, 256> kClasses = [] {
   classes['$'] = kName;
   // Bytes of characters beyond ASCII belong to names.
   for (std::size_t c = 0x80; c <= 0xFF; ++c) classes[c] = kNameStart | kName;
-  for (std::size_t c = 0; c < classes.size(); ++c) {
+  for (std::size_t c = 0; c <= 0xFF; ++c) {
     constexpr std::string_view kNotPlain = "0123456789'\"[#$";
     if (kNotPlain.find(static_cast<char>(c)) == std::string_view::npos) classes[c] |= kPlain;
   }
