@@ -75,11 +75,9 @@ void MachineReader::AdmitLive(Report& report, Moment arrival) {
 }
 
 std::string MachineReader::Taken() const {
-  std::string text = reader_.Taken();
-  for (const auto& [item, id] : agent_reader_.taken()) {
-    if (item != Item::kAvailable) Append(text, text.empty() ? "" : ", ", ItemName(item), " from ", id);
-  }
-  return text;
+  const std::string keys = TakenText(reader_.taken());
+  const std::string ids = TakenText(agent_reader_.taken());
+  return Concat(keys, keys.empty() || ids.empty() ? "" : ", ", ids);
 }
 
 std::string MachineReader::KeysSeen() const {

@@ -35,7 +35,7 @@ class MachineReader {
   // Gives a live report the time under which it is taken: its own, or that of the arrival where the machine's
   // clock cannot be right, which is said once; never earlier than what the machine told last.
   void AdmitLive(Report& report, Moment arrival);
-  // "execution from pexecution, parts from ppartcount"; empty: nothing is taken yet.
+  // What is taken from where, and every key that came, as texts.
   std::string Taken() const;
   std::string KeysSeen() const;
   std::vector<MachineEvent> Apply(const Report& report);

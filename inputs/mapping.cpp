@@ -58,6 +58,14 @@ bool ParseYes(std::string_view name, std::string_view value) {
 
 std::string_view ItemName(Item item) { return WordsOf(item).name; }
 
+std::string TakenText(const std::map<Item, std::string>& taken) {
+  std::string text;
+  for (const auto& [item, key] : taken) {
+    if (item != Item::kAvailable) Append(text, text.empty() ? "" : ", ", ItemName(item), " from ", key);
+  }
+  return text;
+}
+
 Mapping Mapping::Parse(const NamedValues& values) {
   Mapping mapping;
   for (const auto& [name, value] : values) {

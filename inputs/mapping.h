@@ -17,6 +17,9 @@ inline constexpr Item kItems[] = {Item::kExecution, Item::kProgram,  Item::kPart
                                   Item::kMode,      Item::kAlarm,    Item::kAvailable};
 // "execution", "good_parts": its name in a mapping.
 std::string_view ItemName(Item item);
+// "execution from pexecution, parts from ppartcount", of keys or ids by what they carry; empty: nothing is
+// taken.
+std::string TakenText(const std::map<Item, std::string>& taken);
 
 // How the input of one machine is read. What is not named goes by common endings of keys, in an agent's
 // documents by the types of the data items.

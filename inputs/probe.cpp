@@ -51,7 +51,6 @@ class ProbedSource : public LinkOwner {
       reader_.notices().Say(Notices::Kind::kRefused, error.what(), error.what());
     }
   }
-  std::string Takes() const { return reader_.Taken(); }
   const std::map<Item, std::string>& taken() const {
     return is_agent_ ? reader_.agent_reader().taken() : reader_.reader().taken();
   }
@@ -153,7 +152,6 @@ std::vector<Probe> ProbeSources(const std::vector<InputSource>& sources, std::ch
     if (probed[i] == nullptr) continue;
     if (!probes[i].opened && probes[i].lost.empty()) probes[i].lost = "no answer within the time";
     probes[i].taken = probed[i]->taken();
-    probes[i].takes = probed[i]->Takes();
     Guess(probes[i]);
   }
   return probes;
@@ -180,11 +178,12 @@ bool CheckSources(Plant& plant, std::ostream& out) {
     } catch (const ToolError& error) {
       fault = error.what();
     }
-    if (fault.empty() && probe.takes.empty())
+    const std::string takes = TakenText(probe.taken);
+    if (fault.empty() && takes.empty())
       fault = Concat("answers, and tells nothing that its mapping takes", ListOf(probe.keys));
     all &= fault.empty();
     out << (fault.empty() ? "ok      " : "failed  ") << name << ", " << sources[i].address << ": "
-        << (fault.empty() ? Concat("answers, takes ", probe.takes) : fault) << '\n';
+        << (fault.empty() ? Concat("answers, takes ", takes) : fault) << '\n';
     for (const std::string& notice : probe.notices) out << "note    " << name << ": " << notice << '\n';
   }
   return all;

@@ -29,7 +29,6 @@ struct Probe {
   std::size_t received = 0;
   std::vector<ProbedKey> keys;          // as they came first
   std::map<Item, std::string> taken;    // by the mapping as it is
-  std::string takes;                    // the same as a text: "execution from exec"
   std::map<Item, std::string> guessed;  // of those that are not taken: a key whose name or values would fit
   std::vector<std::string> notices;
 };

@@ -290,14 +290,6 @@ void ShdrReader::Load(const NamedValues& values) {
   if (const auto path = values.find("path"); path != values.end()) own_path_ = path->second;
 }
 
-std::string ShdrReader::Taken() const {
-  std::string text;
-  for (const auto& [item, key] : taken_) {
-    if (item != Item::kAvailable) Append(text, text.empty() ? "" : ", ", ItemName(item), " from ", key);
-  }
-  return text;
-}
-
 std::string ShdrReader::KeysSeen() const {
   std::string text;
   for (const std::string& key : seen_) Append(text, text.empty() ? "" : ", ", key);

@@ -32,9 +32,6 @@ class ShdrReader {
   void Load(const NamedValues& values);
 
   const std::map<Item, std::string>& taken() const { return taken_; }
-  // "execution from pexecution, parts from ppartcount".
-  std::string Taken() const;
-  bool TakesNothing() const { return taken_.empty(); }
   std::string KeysSeen() const;
 
  private:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <string>
 #include <string_view>
 #include <vector>
 
