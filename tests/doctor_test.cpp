@@ -116,10 +116,12 @@ TEST_P(DoctorTest, NamesWhatIsWrongWithTables) {
        "alter table T_SFC_JOB rename to JOBS", "create view T_SFC_JOB as select * from JOBS"},
       {"note     " + case_of("T_SFC_JOB") + " is a view; the component only reads it",
        "failed   row 1 of T_SFC_MACHINE_DATA: START_TIME is \"" + bad_date + "\", which is no date"});
-  for (const std::string command : {"report", "process"}) {
-    if (!embedded()) break;  // there the driver makes a late date of it
-    if (command == "process") Do("append " + plant_ + " --machine 1 --event good");
-    ExpectError(command + " " + plant_, "\"kxdata7 doctor\" names it");
+  if (embedded()) {  // elsewhere the driver makes a late date of it
+    const std::string day =
+        Query("select CHART_DATE from T_SFC_MACHINE_DATA where MACHINE_ID = 1").ToText().substr(0, 10);
+    ExpectError("report " + plant_ + " --day " + day, "\"kxdata7 doctor\" names it");
+    Do("append " + plant_ + " --machine 1 --event good");
+    ExpectError("process " + plant_, "\"kxdata7 doctor\" names it");
   }
 
   ExpectFindings({"alter table T_SFC_MDC_LOG drop column PARAM1",

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import contextlib
+import datetime
 import os
 import pathlib
 import sqlite3
@@ -17,7 +18,9 @@ class DemoPlant:
         self.folder = pathlib.Path(self._folder.name)
         self.file = self.folder / "plant.db"
         self.connection_string = f"Provider=SQLite;Data Source={self.file}"
-        create = [os.environ["KXDATA7_TOOL"], "create", str(self.file), "--demo"]
+        # Since yesterday: before the morning shift the day at work is that of the night's start.
+        start = datetime.date.today() - datetime.timedelta(days=1)
+        create = [os.environ["KXDATA7_TOOL"], "create", str(self.file), "--demo", "--start", str(start)]
         subprocess.run(create, check=True, stdout=subprocess.DEVNULL)
 
     def remove(self) -> None:
